@@ -1,0 +1,162 @@
+#include "shell/output.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+
+#include "shell/dispatch.h"
+#include "shell/platform.h"
+#include "shell/variables.h"
+
+namespace lexctl {
+namespace {
+
+std::mutex console_lock;
+std::mutex output_lock;
+
+void FormatInto(std::string& buffer, size_t offset, const char* format, va_list args) {
+  char small[1024];
+  va_list copy;
+  va_copy(copy, args);
+  int n = vsnprintf(small, sizeof(small), format, copy);
+  va_end(copy);
+  if (n < 0) return;
+  if (static_cast<size_t>(n) < sizeof(small)) {
+    buffer.append(small, n);
+    return;
+  }
+  buffer.resize(offset + n + 1);
+  vsnprintf(buffer.data() + offset, n + 1, format, args);
+  buffer.resize(offset + n);
+}
+
+}  // namespace
+
+void ThreadPrintV(ExecThread& thread, const char* format, va_list args) {
+  std::string& text = thread.print_buffer;
+  text.clear();
+  if (thread.threadname && !thread.redirect) {
+    text.append(thread.name);
+    text.push_back(' ');
+  }
+  FormatInto(text, text.size(), format, args);
+  if (thread.substitution) SubstituteVariables(thread, text);
+
+  if (thread.redirect) {
+    fwrite(text.data(), 1, text.size(), thread.redirect);
+    return;
+  }
+  if (thread.console_mode == kConsoleOutput || thread.console_mode == kConsoleAll) {
+    ConsoleWrite(text);
+  }
+  if (thread.tee) {
+    std::lock_guard<std::mutex> hold(output_lock);
+    fwrite(text.data(), 1, text.size(), thread.tee);
+    fflush(thread.tee);
+  }
+}
+
+void ThreadPrint(ExecThread& thread, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  ThreadPrintV(thread, format, args);
+  va_end(args);
+}
+
+void TeeOnly(ExecThread& thread, const char* format, ...) {
+  if (!thread.tee || thread.redirect) return;
+  std::string text;
+  va_list args;
+  va_start(args, format);
+  FormatInto(text, 0, format, args);
+  va_end(args);
+  std::lock_guard<std::mutex> hold(output_lock);
+  fwrite(text.data(), 1, text.size(), thread.tee);
+  fflush(thread.tee);
+}
+
+void ConsoleWrite(std::string_view text) {
+  std::lock_guard<std::mutex> hold(console_lock);
+  fwrite(text.data(), 1, text.size(), stdout);
+  fflush(stdout);
+}
+
+void ConsoleOut(const char* format, ...) {
+  std::string text;
+  va_list args;
+  va_start(args, format);
+  FormatInto(text, 0, format, args);
+  va_end(args);
+  ConsoleWrite(text);
+}
+
+void ConsoleError(const char* format, ...) {
+  std::string text;
+  va_list args;
+  va_start(args, format);
+  FormatInto(text, 0, format, args);
+  va_end(args);
+  std::lock_guard<std::mutex> hold(console_lock);
+  fflush(stdout);
+  fwrite(text.data(), 1, text.size(), stderr);
+  fflush(stderr);
+}
+
+void PrintTimestamp(ExecThread& thread, const char* label) {
+  struct timeval now;
+  gettimeofday(&now, nullptr);
+  struct tm local;
+  time_t seconds = now.tv_sec;
+  localtime_r(&seconds, &local);
+  ThreadPrint(thread, "%s %04u-%02u-%02u %02u:%02u:%02u.%03u\n", label,
+              static_cast<unsigned>(local.tm_year + 1900), static_cast<unsigned>(local.tm_mon + 1),
+              static_cast<unsigned>(local.tm_mday), static_cast<unsigned>(local.tm_hour),
+              static_cast<unsigned>(local.tm_min), static_cast<unsigned>(local.tm_sec),
+              static_cast<unsigned>(now.tv_usec / 1000));
+}
+
+void OutOfMemory() {
+  static const char msg[] = "Out of memory.\n";
+  ssize_t ignored = write(STDERR_FILENO, msg, sizeof(msg) - 1);
+  (void)ignored;
+  _exit(1);
+}
+
+void CmdTee(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdTee, args, true)) return;
+  const char* path = nullptr;
+  bool append = false;
+  if (args.size() == 2 && strcasecmp(args[0], "-append") == 0) {
+    path = args[1];
+    append = true;
+  } else if (!args.empty()) {
+    path = args[0];
+  }
+  FILE* file = nullptr;
+  if (path) {
+    file = OpenFile(path, append ? "ab" : "wb");
+    if (!file) {
+      ConsoleError("Error opening file '%s'\n", path);
+      return;
+    }
+  }
+  if (thread.tee) {
+    {
+      std::lock_guard<std::mutex> hold(output_lock);
+      fclose(thread.tee);
+      thread.tee = nullptr;
+    }
+    ConsoleOut("Closed tee output file\n");
+  }
+  if (file) {
+    thread.tee = file;
+    ConsoleOut("Started to tee output to '%s'\n", path);
+  }
+}
+
+}  // namespace lexctl

@@ -1,0 +1,45 @@
+// Operating-system services behind one seam, so that a port to another
+// platform touches only platform_*.cpp.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+namespace lexctl {
+
+// Kept for a platform with a crash-dump registration; unused on POSIX.
+inline constexpr wchar_t kCrashDumpProduct[] = L"Lexary Server 4.7.2";
+inline constexpr wchar_t kCrashDumpRegistryKey[] = L"SOFTWARE\\Norvane\\LexaryServer\\4.7.2";
+inline constexpr wchar_t kCrashDumpApplication[] = L"lexctl3-4.7.2.52475";
+
+/// Process set-up: terminate handler, signal handling (CTRL-C ignored with
+/// a message), locale from the environment.
+void PlatformInit();
+
+/// Opens a file by its UTF-8 path.
+FILE* OpenFile(const char* path, const char* mode);
+/// Creates or replaces a file readable and writable by its owner only.
+FILE* CreatePrivateFile(const char* path);
+bool IsDirectory(const char* path);
+bool FileExists(const char* path);
+
+/// Current directory as UTF-8; false when it cannot be read.
+bool GetCurrentDir(std::string& dir);
+enum class ChdirResult { kOk, kNoSuchDir, kFailed };
+ChdirResult ChangeDir(const char* path);
+
+/// Runs a command line through the system's command processor and waits.
+void RunShellCommand(const std::string& command_line);
+/// The interactive command processor started by a bare "shell".
+std::string DefaultShell();
+
+/// Kernel and user processor time of the process, in microseconds.
+bool ProcessTimes(long long& kernel_us, long long& user_us);
+
+/// Converts a line from the native multibyte encoding to UTF-8 in place.
+bool NativeToUtf8(std::string& line);
+
+/// Process ID, for the name of the temporary command file.
+unsigned long ProcessId();
+
+}  // namespace lexctl

@@ -1,0 +1,26 @@
+// The command loop of a thread, line processing and the script commands.
+#pragma once
+
+#include <string>
+
+#include "shell/exec_thread.h"
+
+namespace lexctl {
+
+/// Runs a thread's command loop until its input ends, exit runs, or its
+/// stop flag is set.
+void RunCommandLoop(ExecThread& thread);
+
+/// Processes one line (substitution, comments, prefixes, echo, dispatch).
+/// Returns false when the exit command ran.
+bool ProcessLine(ExecThread& thread, std::string& line, bool from_console,
+                 const std::string& prompt);
+
+/// Makes a thread's prompt through the client hook ("> " by default).
+void MakePrompt(ExecThread& thread, std::string& prompt);
+
+/// Opens path and makes it the thread's current input, saving the previous
+/// one. Returns false (after reporting on standard error) when it cannot.
+bool PushInputFile(ExecThread& thread, const char* path);
+
+}  // namespace lexctl
