@@ -115,7 +115,7 @@ void StripTrailing(std::string& line) {
 bool ReadConsoleLine(const std::string& prompt, std::string& line) {
   if (!initialised) Init();
   if (!ReadOne(prompt.c_str(), line)) {
-    if (interactive) ConsoleWrite("\n");
+    ConsoleWrite("\n");  // leave the last prompt on a line of its own
     return false;
   }
   StripTrailing(line);

@@ -1,0 +1,114 @@
+#!/usr/bin/env python3
+"""Runs one end-to-end case: a lexctl3 script with its expected output.
+
+A case file is a script followed by sections that start with a line
+"#### NAME [ARG]":
+  #### args            command-line arguments, one per line ({script} = the script)
+  #### stdin           text fed to standard input (default: nothing)
+  #### file PATH       a file created in the working folder before the run
+  #### stdout          expected standard output
+  #### stderr          expected standard error (default: empty)
+  #### exit            expected exit status (default: 0)
+  #### result PATH     expected content of a file after the run
+  #### absent GLOB     no file may match GLOB after the run
+Without an args section the script is run with --script. Volatile values
+(times, durations, the working folder) are normalised in the actual output.
+"""
+import glob
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+NORMALISE = [
+    (re.compile(r"Elapsed time \d+\.\d{3} seconds\."), "Elapsed time <SECS> seconds."),
+    (re.compile(r"\b\d{2}/\d{2}/\d{4} \d{2}:\d{2}:\d{2}\b"), "<NOW>"),
+    (re.compile(r"(Begin:|End:  ) \d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3}"), r"\1 <STAMP>"),
+    (re.compile(r"[A-Z][a-z]{2} [A-Z][a-z]{2} [ \d]\d \d{2}:\d{2}:\d{2} \d{4}"), "<CTIME>"),
+    (re.compile(r"System: \d+\.\d{3}, User: \d+\.\d{3}"), "System: <SECS>, User: <SECS>"),
+    (re.compile(r"timestamp='[^']*'"), "timestamp='<STAMP>'"),
+    (re.compile(r"time='\d+\.\d{3}'"), "time='<SECS>'"),
+    (re.compile(r"\d+\.\d{3} secs"), "<SECS> secs"),
+    (re.compile(r"\d+\.\d{6}"), "<SECS>"),
+    (re.compile(r"lexctl3-[0-9a-f]+\.tmp"), "lexctl3-<PID>.tmp"),
+]
+
+
+def parse(path):
+    sections = {"script": []}
+    order = ["script"]
+    current = "script"
+    with open(path, encoding="utf-8", newline="") as f:
+        for line in f:
+            if line.startswith("#### "):
+                current = line[5:].rstrip("\n")
+                sections[current] = []
+                order.append(current)
+                continue
+            sections[current].append(line)
+    return {k: "".join(v) for k, v in sections.items()}, order
+
+
+def normalise(text, cwd):
+    text = text.replace(os.path.realpath(cwd), "<CWD>").replace(cwd, "<CWD>")
+    for pattern, repl in NORMALISE:
+        text = pattern.sub(repl, text)
+    return text
+
+
+def main():
+    lexctl, case = sys.argv[1], sys.argv[2]
+    sections, _ = parse(case)
+    failures = []
+    with tempfile.TemporaryDirectory(prefix="lexctl3-e2e-") as cwd:
+        script = os.path.join(cwd, "case.lex")
+        with open(script, "w", encoding="utf-8", newline="") as f:
+            f.write(sections["script"])
+        for name, body in sections.items():
+            if name.startswith("file "):
+                target = os.path.join(cwd, name[5:])
+                os.makedirs(os.path.dirname(target), exist_ok=True)
+                with open(target, "w", encoding="utf-8", newline="") as f:
+                    f.write(body)
+        if "args" in sections:
+            args = [a.replace("{script}", "case.lex") for a in sections["args"].splitlines()]
+        else:
+            args = ["--script", "case.lex"]
+        env = dict(os.environ, HOME=cwd, TZ="UTC", LC_ALL="C.UTF-8")
+        try:
+            proc = subprocess.run([lexctl] + args, cwd=cwd, input=sections.get("stdin", "").encode(),
+                                  capture_output=True, env=env, timeout=120)
+        except subprocess.TimeoutExpired:
+            print("FAIL: lexctl3 did not end within 120 s")
+            return 1
+        out = normalise(proc.stdout.decode("utf-8", "replace"), cwd)
+        err = normalise(proc.stderr.decode("utf-8", "replace"), cwd)
+        checks = [("stdout", out, sections.get("stdout", "")),
+                  ("stderr", err, sections.get("stderr", ""))]
+        for name, body in sections.items():
+            if name.startswith("result "):
+                target = os.path.join(cwd, name[7:])
+                if not os.path.exists(target):
+                    failures.append(f"{name}: file was not made")
+                    continue
+                with open(target, encoding="utf-8", errors="replace", newline="") as f:
+                    checks.append((name, normalise(f.read(), cwd), body))
+            elif name.startswith("absent "):
+                if glob.glob(os.path.join(cwd, name[7:])):
+                    failures.append(f"{name}: file exists")
+        for name, actual, expected in checks:
+            if actual != expected:
+                failures.append(f"--- {name}: expected ---\n{expected}--- {name}: actual ---\n{actual}")
+        want_exit = int(sections.get("exit", "0").strip() or 0)
+        if proc.returncode != want_exit:
+            failures.append(f"exit status {proc.returncode}, expected {want_exit}")
+    if failures:
+        print("\n".join(failures))
+        return 1
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
