@@ -1,0 +1,26 @@
+#pragma once
+/// lexsim's command line.
+
+#include <string>
+#include <vector>
+
+namespace lexsim {
+
+struct Options {
+  std::string host = "127.0.0.1";
+  int port = 12000;  ///< 0 picks a free port
+  int threads = 8;
+  std::string tls_cert, tls_key;
+  std::string state_file;
+  std::string log_file;
+  std::string trust_header;  ///< HTTP header whose value loopback clients log in with
+};
+
+/// Fills opts from argv; on an error returns false with a message in *error.
+bool ParseOptions(const std::vector<std::string>& args, Options* opts, std::string* error);
+
+inline constexpr const char* kUsage =
+    "Usage: lexsim [--host ADDR] [--port N] [--threads N] [--tls-cert FILE --tls-key FILE]\n"
+    "              [--state FILE] [--log FILE] [--trust-header NAME]\n";
+
+}  // namespace lexsim

@@ -1,0 +1,252 @@
+#include "server.h"
+
+#include <netinet/in.h>
+#include <openssl/ssl.h>
+#include <string.h>
+#include <strings.h>
+#include <sys/socket.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "crypto.h"
+
+namespace lexsim {
+namespace {
+
+std::atomic<bool> g_stop{false};
+
+// Bad input must not exhaust the server: these bound what one request may make us do.
+constexpr ULONG64 kMaxRequestBytes = 32u << 20;
+constexpr unsigned kMaxXmlDepth = 64;
+constexpr size_t kMaxOccurs = 20000;
+constexpr int kIoTimeoutSecs = 10;
+constexpr size_t kMaxQueued = 512;
+
+bool IsLoopback(const std::string& host) {
+  return host.rfind("127.", 0) == 0 || host == "::1" || host.rfind("::ffff:127.", 0) == 0;
+}
+
+int ParseHook(struct soap* soap) {
+  Conn& c = ConnOf(soap);
+  c.trusted_user.reset();
+  c.basic.reset();
+  // Responses are compressed only for clients that said they accept it.
+  soap_clr_omode(soap, SOAP_ENC_ZLIB);
+  int status = c.next_parse(soap);
+  if (status) return status;
+  std::string path = soap->path;
+  path = path.substr(0, path.find('?'));
+  if (path != kServicePath) {
+    soap->keep_alive = 0;
+    return 404;
+  }
+  // gSOAP reads on past Content-Length; stop it there so that a short body ends in a
+  // fault at once instead of a wait for bytes that never come.
+  if (soap->length > 0) {
+    long long buffered = static_cast<long long>(soap->buflen - soap->bufidx);
+    c.body_left = std::max(0LL, static_cast<long long>(soap->length) - buffered);
+  }
+  // gSOAP answers a body that ends early only when no gSOAP timeouts are set; while the
+  // body is read, the socket's own timeouts (see Worker) bound the wait instead.
+  soap->recv_timeout = 0;
+  soap->send_timeout = 0;
+  return SOAP_OK;
+}
+
+// Between requests the gSOAP timeouts are back, so an idle keep-alive connection is closed
+// silently rather than answered with a fault nobody asked for.
+int ServeLoopHook(struct soap* soap) {
+  ConnOf(soap).body_left = -1;
+  soap->recv_timeout = kIoTimeoutSecs;
+  soap->send_timeout = kIoTimeoutSecs;
+  return SOAP_OK;
+}
+
+int ParseHeaderHook(struct soap* soap, const char* key, const char* val) {
+  Conn& c = ConnOf(soap);
+  const std::string& trust = c.env->opts.trust_header;
+  if (key && val) {
+    if (!trust.empty() && !strcasecmp(key, trust.c_str())) {
+      c.trusted_user = val;
+    } else if (!strcasecmp(key, "Accept-Encoding") && strcasestr(val, "gzip")) {
+      soap_set_omode(soap, SOAP_ENC_ZLIB);
+    } else if (!strcasecmp(key, "Authorization") && !strncasecmp(val, "Basic ", 6)) {
+      int n = 0;
+      const char* decoded = soap_base642s(soap, val + 6, nullptr, 0, &n);
+      if (decoded) {
+        std::string pair(decoded, static_cast<size_t>(n));
+        size_t colon = pair.find(':');
+        if (colon != std::string::npos) c.basic.emplace(pair.substr(0, colon), pair.substr(colon + 1));
+      }
+    }
+  }
+  return c.next_parsehdr(soap, key, val);
+}
+
+size_t RecvHook(struct soap* soap, char* buf, size_t len) {
+  Conn& c = ConnOf(soap);
+  if (c.body_left < 0) return c.next_recv(soap, buf, len);
+  if (c.body_left == 0) return 0;
+  size_t n = c.next_recv(soap, buf, std::min(len, static_cast<size_t>(c.body_left)));
+  c.body_left -= static_cast<long long>(n);
+  return n;
+}
+
+int PostHeaderHook(struct soap* soap, const char* key, const char* val) {
+  Conn& c = ConnOf(soap);
+  if (key && !std::strcmp(key, "Server")) val = kServerHeader;
+  return c.next_posthdr(soap, key, val);
+}
+
+}  // namespace
+
+Server::Server(const Env& env) : env_(env) {}
+
+Server::~Server() {
+  if (master_) {
+    soap_destroy(master_);
+    soap_end(master_);
+    soap_free(master_);
+  }
+}
+
+void Server::Stop() { g_stop = true; }
+
+void Server::Configure(struct soap* soap) const {
+  soap->bind_flags = SO_REUSEADDR;
+  soap->max_keep_alive = 1000000;
+  soap->recv_maxlength = kMaxRequestBytes;
+  soap->maxlevel = kMaxXmlDepth;
+  soap->maxoccurs = kMaxOccurs;
+  soap->recv_timeout = kIoTimeoutSecs;
+  soap->send_timeout = kIoTimeoutSecs;
+  // Short accept waits let the loop notice a stop request.
+  soap->accept_timeout = -200000;
+}
+
+bool Server::Start(std::string* url, std::string* error) {
+  const Options& o = env_.opts;
+  master_ = soap_new2(SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING,
+                      SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING);
+  Configure(master_);
+  if (!o.tls_cert.empty()) {
+    tls_ = true;
+    soap_ssl_init();
+    if (soap_ssl_server_context(master_, SOAP_SSL_NO_AUTHENTICATION, nullptr, nullptr, nullptr,
+                                nullptr, nullptr, nullptr, "lexsim")) {
+      *error = "TLS set-up failed";
+      return false;
+    }
+    SSL_CTX* ctx = master_->ctx;
+    if (!ctx || SSL_CTX_use_certificate_chain_file(ctx, o.tls_cert.c_str()) != 1 ||
+        SSL_CTX_use_PrivateKey_file(ctx, o.tls_key.c_str(), SSL_FILETYPE_PEM) != 1 ||
+        SSL_CTX_check_private_key(ctx) != 1) {
+      *error = "cannot use TLS certificate " + o.tls_cert + " with key " + o.tls_key;
+      return false;
+    }
+  }
+  if (!soap_valid_socket(soap_bind(master_, o.host.c_str(), o.port, 128))) {
+    *error = "cannot listen on " + o.host + ":" + std::to_string(o.port) + ": " +
+             std::strerror(master_->errnum);
+    return false;
+  }
+  sockaddr_storage addr{};
+  socklen_t len = sizeof addr;
+  int port = o.port;
+  if (getsockname(master_->master, reinterpret_cast<sockaddr*>(&addr), &len) == 0)
+    port = ntohs(addr.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&addr)->sin6_port
+                                            : reinterpret_cast<sockaddr_in*>(&addr)->sin_port);
+  std::string host = o.host.find(':') != std::string::npos ? "[" + o.host + "]" : o.host;
+  *url = std::string(tls_ ? "https" : "http") + "://" + host + ":" + std::to_string(port) +
+         kServicePath;
+  return true;
+}
+
+void Server::Run() {
+  int n = env_.opts.threads;
+  active_.assign(n, SOAP_INVALID_SOCKET);
+  for (int i = 0; i < n; ++i) workers_.emplace_back(&Server::Worker, this, i);
+
+  while (!g_stop) {
+    SOAP_SOCKET s = soap_accept(master_);
+    if (!soap_valid_socket(s)) continue;  // timeout, EINTR or a failed accept
+    std::lock_guard<std::mutex> lock(mu_);
+    if (queue_.size() >= kMaxQueued) {
+      ::close(s);
+      continue;
+    }
+    queue_.push_back(Pending{s, master_->host});
+    cv_.notify_one();
+  }
+
+  {
+    std::lock_guard<std::mutex> lock(mu_);
+    draining_ = true;
+    for (Pending& p : queue_) ::close(p.socket);
+    queue_.clear();
+    WakeIdleConnections();
+  }
+  cv_.notify_all();
+  for (std::thread& t : workers_) t.join();
+  workers_.clear();
+}
+
+// Ends the wait of workers parked on idle keep-alive connections; a request already read
+// is still answered because only the receiving side is shut.
+void Server::WakeIdleConnections() {
+  for (SOAP_SOCKET s : active_)
+    if (soap_valid_socket(s)) ::shutdown(s, SHUT_RD);
+}
+
+void Server::Worker(size_t slot) {
+  struct soap* soap = soap_copy(master_);
+  Conn conn;
+  conn.env = &env_;
+  soap->user = &conn;
+  // The listening socket belongs to the master context alone.
+  soap->master = SOAP_INVALID_SOCKET;
+  conn.next_parse = soap->fparse;
+  conn.next_parsehdr = soap->fparsehdr;
+  conn.next_posthdr = soap->fposthdr;
+  conn.next_recv = soap->frecv;
+  soap->fparse = ParseHook;
+  soap->fparsehdr = ParseHeaderHook;
+  soap->fposthdr = PostHeaderHook;
+  soap->fserveloop = ServeLoopHook;
+  soap->frecv = RecvHook;
+
+  for (;;) {
+    Pending p;
+    {
+      std::unique_lock<std::mutex> lock(mu_);
+      cv_.wait(lock, [&] { return draining_ || !queue_.empty(); });
+      if (draining_) break;
+      p = std::move(queue_.front());
+      queue_.pop_front();
+      active_[slot] = p.socket;
+    }
+    timeval tv{kIoTimeoutSecs, 0};
+    setsockopt(p.socket, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    setsockopt(p.socket, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+    ServeLoopHook(soap);
+    soap->socket = p.socket;
+    conn.peer = p.peer;
+    conn.loopback = IsLoopback(p.peer);
+    if (!tls_ || soap_ssl_accept(soap) == SOAP_OK) soap_serve(soap);
+    soap_destroy(soap);
+    soap_end(soap);
+    {
+      std::lock_guard<std::mutex> lock(mu_);
+      active_[slot] = SOAP_INVALID_SOCKET;
+    }
+    soap_force_closesock(soap);
+  }
+  soap_destroy(soap);
+  soap_end(soap);
+  soap_free(soap);
+}
+
+}  // namespace lexsim
