@@ -19,6 +19,11 @@
 namespace lexctl {
 namespace {
 
+// Bounds that keep a runaway script (a file that reads itself, a procedure
+// that calls itself) from exhausting the process; real scripts stay far below.
+constexpr size_t kMaxInputDepth = 200;
+constexpr size_t kMaxCallDepth = 100000;
+
 bool IsSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
 
 void StripTrailingSpace(std::string& line) {
@@ -214,7 +219,7 @@ void RunCommandLoop(ExecThread& thread) {
 }
 
 bool PushInputFile(ExecThread& thread, const char* path) {
-  FILE* file = OpenFile(path, "rb");
+  FILE* file = thread.input_stack.size() < kMaxInputDepth ? OpenFile(path, "rb") : nullptr;
   if (!file) {
     ConsoleError("Error opening file '%s'\n", path);
     return false;
@@ -290,7 +295,7 @@ void CmdProc(ExecThread& thread, ArgVector& args) {
       return;
     }
     int64_t back = Tell(thread);
-    if (!Seek(thread, it->second)) {
+    if (thread.call_stack.size() >= kMaxCallDepth || !Seek(thread, it->second)) {
       ThreadPrint(thread, "Failed procedure call: \"%s\".\n", name.c_str());
       return;
     }

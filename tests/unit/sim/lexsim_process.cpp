@@ -1,0 +1,86 @@
+#include "lexsim_process.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <thread>
+
+namespace {
+
+constexpr int kStartTimeoutMs = 10000;
+constexpr int kStopTimeoutMs = 15000;
+
+}  // namespace
+
+LexsimProcess::LexsimProcess(std::vector<std::string> args) {
+  int out[2];
+  if (pipe(out) != 0) throw std::runtime_error("pipe failed");
+  args.insert(args.begin(), {LEXSIM_PATH, "--port", "0"});
+  pid_ = fork();
+  if (pid_ < 0) throw std::runtime_error("fork failed");
+  if (pid_ == 0) {
+    dup2(out[1], 1);
+    close(out[0]);
+    close(out[1]);
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  close(out[1]);
+  std::string line;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStartTimeoutMs);
+  while (line.find('\n') == std::string::npos) {
+    int left = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                    deadline - std::chrono::steady_clock::now())
+                                    .count());
+    pollfd p{out[0], POLLIN, 0};
+    if (left <= 0 || poll(&p, 1, left) <= 0) break;
+    char buf[256];
+    ssize_t n = read(out[0], buf, sizeof buf);
+    if (n <= 0) break;
+    line.append(buf, static_cast<size_t>(n));
+  }
+  close(out[0]);
+  if (line.find('\n') == std::string::npos) {
+    Stop();
+    throw std::runtime_error("lexsim did not print its URL");
+  }
+  url_ = line.substr(0, line.find('\n'));
+}
+
+LexsimProcess::~LexsimProcess() { Stop(); }
+
+std::string LexsimProcess::UrlWithPath(const std::string& path) const {
+  size_t slash = url_.find('/', url_.find("://") + 3);
+  return url_.substr(0, slash) + path;
+}
+
+int LexsimProcess::port() const {
+  size_t colon = url_.rfind(':');
+  return std::stoi(url_.substr(colon + 1));
+}
+
+int LexsimProcess::Stop() {
+  if (pid_ <= 0) return -1;
+  kill(pid_, SIGTERM);
+  int status = 0;
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStopTimeoutMs);
+  pid_t done = 0;
+  while ((done = waitpid(pid_, &status, WNOHANG)) == 0 &&
+         std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  if (done == 0) {
+    kill(pid_, SIGKILL);
+    waitpid(pid_, &status, 0);
+    pid_ = -1;
+    return -1;
+  }
+  pid_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
