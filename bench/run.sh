@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# Builds an optimised lexctl3 and runs every benchmark, each side by side
+# with its reference. Figures vary with the machine; ratios are what count.
+set -euo pipefail
+top=$(cd "$(dirname "$0")/.." && pwd)
+"$top/scripts/setup.sh"
+build="$top/build-bench"
+cmake -S "$top" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake --build "$build" -j "$(nproc)" --target lexctl3 >/dev/null
+python3 "$top/bench/startup.py" "$build/app/lexctl3"
+python3 "$top/bench/script_speed.py" "$build/app/lexctl3"
