@@ -91,7 +91,8 @@ Caller CheckLicence(State& state, const std::string& licence, const Conn& conn, 
     // A client holding its hash in upper case keys the HMAC with that text.
     std::string lower = HmacSha1Hex(a->pwhash, s->token);
     std::string upper;
-    for (char c : a->pwhash) upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char c : a->pwhash)
+      upper += static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     bool ok = EqualsNoCase(parts[1], lower) || EqualsNoCase(parts[1], HmacSha1Hex(upper, s->token));
     if (s->type == "full") s->token = RandomHex(16);
     // The fresh token lets a client that lost step with the session recover.

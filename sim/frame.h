@@ -13,8 +13,8 @@
 /// body, and fills r.error (warnings) and r.token (a rotated session token). Inside the
 /// body: Raise(err, msg) ends the request with a SOAP fault carrying NvsoapException
 /// {err, msg, warnings so far, token}; call.Warn(key, text) adds a warning (a fault under
-/// `strict`); call.state() with call.state().Lock() reaches the store; soap_new_nv__X(call.soap()) and
-/// call.Str() allocate response values that the gSOAP context frees after sending.
+/// `strict`); call.state() with call.state().Lock() reaches the store; soap_new_nv__X(call.soap())
+/// and call.Str() allocate response values that the gSOAP context frees after sending.
 
 #include <cstdint>
 #include <optional>
@@ -64,13 +64,17 @@ struct Conn {
   const Env* env = nullptr;
   std::string peer;  ///< client address as text
   bool loopback = false;
-  std::optional<std::string> trusted_user;  ///< value of the --trust-header header
+  std::optional<std::string> trusted_user;                   ///< value of the --trust-header header
   std::optional<std::pair<std::string, std::string>> basic;  ///< Basic auth user, password
   int (*next_parsehdr)(struct soap*, const char*, const char*) = nullptr;
   int (*next_posthdr)(struct soap*, const char*, const char*) = nullptr;
   int (*next_parse)(struct soap*) = nullptr;
   size_t (*next_recv)(struct soap*, char*, size_t) = nullptr;
-  long long body_left = -1;  ///< body bytes still to read; -1 while unknown
+  int (*next_response)(struct soap*, int, ULONG64) = nullptr;
+  int (*next_close)(struct soap*) = nullptr;
+  long long body_left = -1;   ///< body bytes still to read; -1 while unknown
+  bool request_read = false;  ///< the current request's HTTP header has been read
+  bool responded = false;     ///< an HTTP response to it has been started
 };
 
 /// The Conn attached to a worker's context.
@@ -122,8 +126,8 @@ struct Caller {
 /// Checks a licence against the store; the state lock must be held. On success returns
 /// the caller and, for a full session, rotates the session token into *new_token. On
 /// failure raises; when a session was identified *new_token holds the token to hand back.
-Caller CheckLicence(State& state, const std::string& licence, const Conn& conn,
-                    std::time_t now, std::string* new_token);
+Caller CheckLicence(State& state, const std::string& licence, const Conn& conn, std::time_t now,
+                    std::string* new_token);
 
 /// Checks CreateSession's HTTP credentials (Basic auth or trusted header); lock held.
 Caller CheckHttpAuth(State& state, const Conn& conn);
@@ -132,7 +136,9 @@ class Call {
  public:
   Call(struct soap* soap, const OpInfo& op, const Common& common);
 
-  struct soap* soap() const { return soap_; }
+  struct soap* soap() const {
+    return soap_;
+  }
   State& state() const { return env_.state; }
   const Env& env() const { return env_; }
   const Conn& conn() const { return conn_; }

@@ -5,7 +5,6 @@
 #include <string.h>
 #include <strings.h>
 #include <sys/socket.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,6 +42,11 @@ int ParseHook(struct soap* soap) {
     soap->keep_alive = 0;
     return 404;
   }
+  c.request_read = true;
+  if (soap->length > kMaxRequestBytes) {
+    soap->keep_alive = 0;
+    return 413;
+  }
   // gSOAP reads on past Content-Length; stop it there so that a short body ends in a
   // fault at once instead of a wait for bytes that never come.
   if (soap->length > 0) {
@@ -59,7 +63,9 @@ int ParseHook(struct soap* soap) {
 // Between requests the gSOAP timeouts are back, so an idle keep-alive connection is closed
 // silently rather than answered with a fault nobody asked for.
 int ServeLoopHook(struct soap* soap) {
-  ConnOf(soap).body_left = -1;
+  Conn& c = ConnOf(soap);
+  c.body_left = -1;
+  c.request_read = c.responded = false;
   soap->recv_timeout = kIoTimeoutSecs;
   soap->send_timeout = kIoTimeoutSecs;
   return SOAP_OK;
@@ -79,7 +85,8 @@ int ParseHeaderHook(struct soap* soap, const char* key, const char* val) {
       if (decoded) {
         std::string pair(decoded, static_cast<size_t>(n));
         size_t colon = pair.find(':');
-        if (colon != std::string::npos) c.basic.emplace(pair.substr(0, colon), pair.substr(colon + 1));
+        if (colon != std::string::npos)
+          c.basic.emplace(pair.substr(0, colon), pair.substr(colon + 1));
       }
     }
   }
@@ -93,6 +100,31 @@ size_t RecvHook(struct soap* soap, char* buf, size_t len) {
   size_t n = c.next_recv(soap, buf, std::min(len, static_cast<size_t>(c.body_left)));
   c.body_left -= static_cast<long long>(n);
   return n;
+}
+
+int ResponseHook(struct soap* soap, int status, ULONG64 count) {
+  Conn& c = ConnOf(soap);
+  c.responded = true;
+  return c.next_response(soap, status, count);
+}
+
+// gSOAP closes without a word when a request's XML ends early or is not XML at all; the
+// client gets a 400 with a SOAP fault instead.
+int CloseHook(struct soap* soap) {
+  Conn& c = ConnOf(soap);
+  if (c.request_read && !c.responded && soap_valid_socket(soap->socket)) {
+    c.responded = true;
+    static const std::string kBody =
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<SOAP-ENV:Envelope "
+        "xmlns:SOAP-ENV=\"http://schemas.xmlsoap.org/soap/envelope/\"><SOAP-ENV:Body>"
+        "<SOAP-ENV:Fault><faultcode>SOAP-ENV:Client</faultcode><faultstring>Malformed or "
+        "incomplete request</faultstring></SOAP-ENV:Fault></SOAP-ENV:Body></SOAP-ENV:Envelope>";
+    std::string reply = std::string("HTTP/1.1 400 Bad Request\r\nServer: ") + kServerHeader +
+                        "\r\nContent-Type: text/xml; charset=utf-8\r\nContent-Length: " +
+                        std::to_string(kBody.size()) + "\r\nConnection: close\r\n\r\n" + kBody;
+    soap->fsend(soap, reply.data(), reply.size());
+  }
+  return c.next_close(soap);
 }
 
 int PostHeaderHook(struct soap* soap, const char* key, const char* val) {
@@ -129,8 +161,7 @@ void Server::Configure(struct soap* soap) const {
 
 bool Server::Start(std::string* url, std::string* error) {
   const Options& o = env_.opts;
-  master_ = soap_new2(SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING,
-                      SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING);
+  master_ = soap_new2(SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING, SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING);
   Configure(master_);
   if (!o.tls_cert.empty()) {
     tls_ = true;
@@ -212,11 +243,15 @@ void Server::Worker(size_t slot) {
   conn.next_parsehdr = soap->fparsehdr;
   conn.next_posthdr = soap->fposthdr;
   conn.next_recv = soap->frecv;
+  conn.next_response = soap->fresponse;
+  conn.next_close = soap->fclose;
   soap->fparse = ParseHook;
   soap->fparsehdr = ParseHeaderHook;
   soap->fposthdr = PostHeaderHook;
   soap->fserveloop = ServeLoopHook;
   soap->frecv = RecvHook;
+  soap->fresponse = ResponseHook;
+  soap->fclose = CloseHook;
 
   for (;;) {
     Pending p;
@@ -232,17 +267,23 @@ void Server::Worker(size_t slot) {
     setsockopt(p.socket, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
     setsockopt(p.socket, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
     ServeLoopHook(soap);
+    // gSOAP keeps unread bytes for pipelined requests; those of the last connection
+    // must not be taken for the first request of this one.
+    soap->bufidx = soap->buflen = 0;
+    soap->ahead = 0;
     soap->socket = p.socket;
     conn.peer = p.peer;
     conn.loopback = IsLoopback(p.peer);
     if (!tls_ || soap_ssl_accept(soap) == SOAP_OK) soap_serve(soap);
-    soap_destroy(soap);
-    soap_end(soap);
     {
       std::lock_guard<std::mutex> lock(mu_);
       active_[slot] = SOAP_INVALID_SOCKET;
     }
+    soap->keep_alive = 0;
+    soap_closesock(soap);
     soap_force_closesock(soap);
+    soap_destroy(soap);
+    soap_end(soap);
   }
   soap_destroy(soap);
   soap_end(soap);

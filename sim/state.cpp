@@ -83,8 +83,7 @@ std::string State::SaveAccounts() const {
   std::ostringstream out;
   for (const auto& [id, a] : users_)
     out << "user\t" << a.userid << '\t' << a.pwhash << '\t' << (a.super ? 1 : 0) << '\t'
-        << a.api_allowed << '\t' << a.timezone << '\t' << a.username << '\t' << a.features
-        << '\n';
+        << a.api_allowed << '\t' << a.timezone << '\t' << a.username << '\t' << a.features << '\n';
   return out.str();
 }
 

@@ -87,8 +87,8 @@ class State {
   bool RemoveUser(const std::string& userid);
   const std::map<std::string, Account>& users() const { return users_; }
 
-  SessionRec& NewSession(const std::string& userid, const std::string& type,
-                         const std::string& ip, std::time_t now);
+  SessionRec& NewSession(const std::string& userid, const std::string& type, const std::string& ip,
+                         std::time_t now);
   /// The live session of that key, or nullptr. Expired sessions are dropped here.
   SessionRec* FindSession(const std::string& key, std::time_t now);
   void EndSession(const std::string& key);

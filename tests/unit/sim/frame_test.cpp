@@ -1,8 +1,9 @@
 // In-process tests of lexsim's credential checks, select keys and account store.
+#include "frame.h"
+
 #include <gtest/gtest.h>
 
 #include "crypto.h"
-#include "frame.h"
 #include "state.h"
 
 namespace lexsim {
@@ -85,8 +86,8 @@ TEST_F(Licence, UserAndHash) {
   EXPECT_EQ(ErrOf("nobody " + hash), err::kAuth);
   EXPECT_EQ(ErrOf("bob  " + hash), err::kAuth);
   EXPECT_EQ(ErrOf("bob " + hash + " x y"), err::kAuth);
-  EXPECT_TRUE(Check(std::string(kSeedUserId) + " " + PasswordHash(kSeedUserId, kSeedPassword))
-                  .super);
+  EXPECT_TRUE(
+      Check(std::string(kSeedUserId) + " " + PasswordHash(kSeedUserId, kSeedPassword)).super);
 }
 
 TEST_F(Licence, UserAloneNeedsNoPasswordOrTrustedHeader) {
