@@ -12,6 +12,7 @@
 
 #include "shell/dispatch.h"
 #include "shell/output.h"
+#include "shell/platform.h"
 
 namespace lexctl {
 namespace {
@@ -97,11 +98,10 @@ bool ReadOne(const char* prompt, std::string& line) {
     return true;
   }
   ConsoleWrite(prompt);
-  thread_local char* buffer = nullptr;
-  thread_local size_t capacity = 0;
-  ssize_t n = getline(&buffer, &capacity, stdin);
+  thread_local GetlineBuffer buffer;
+  ssize_t n = getline(&buffer.data, &buffer.capacity, stdin);
   if (n < 0) return false;
-  line.assign(buffer, n);
+  line.assign(buffer.data, n);
   return true;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace lexctl {
@@ -38,6 +39,16 @@ bool ProcessTimes(long long& kernel_us, long long& user_us);
 
 /// Converts a line from the native multibyte encoding to UTF-8 in place.
 bool NativeToUtf8(std::string& line);
+
+/// A buffer for getline(3), freed with its owner (one per thread).
+struct GetlineBuffer {
+  char* data = nullptr;
+  size_t capacity = 0;
+  GetlineBuffer() = default;
+  GetlineBuffer(const GetlineBuffer&) = delete;
+  GetlineBuffer& operator=(const GetlineBuffer&) = delete;
+  ~GetlineBuffer() { free(data); }
+};
 
 /// Process ID, for the name of the temporary command file.
 unsigned long ProcessId();

@@ -35,16 +35,15 @@ void StripTrailingSpace(std::string& line) {
 // Reads one physical line of the current file. False at end of file or on
 // a read error (reported).
 bool ReadPhysicalLine(ExecThread& thread, std::string& line) {
-  thread_local char* buffer = nullptr;
-  thread_local size_t capacity = 0;
-  ssize_t n = getline(&buffer, &capacity, thread.input.file);
+  thread_local GetlineBuffer buffer;
+  ssize_t n = getline(&buffer.data, &buffer.capacity, thread.input.file);
   if (n < 0) {
     if (ferror(thread.input.file)) {
       ThreadPrint(thread, "Error while reading input file: %s\n", thread.input.path.c_str());
     }
     return false;
   }
-  line.assign(buffer, n);
+  line.assign(buffer.data, n);
   return true;
 }
 

@@ -64,6 +64,7 @@ def main():
 
         s.send("echo hi\r")
         s.expect("hi \r\n")
+        s.expect("> ")  # readline waits for the next line
 
         s.send("\x03")  # CTRL-C: a notice, and the shell goes on
         s.expect("CTRL-C interrupt ignored.")
