@@ -69,8 +69,7 @@ std::vector<EngineDef> MakeEngines() {
   jk.eid_left = "QZ-JE";
   jk.eid_right = "QZ-EK";
   jk.type = etype::kBridge;
-  jk.support = esupport::kTranslate | esupport::kLookup | esupport::kProperties |
-               esupport::kParse | 0x1000 /*TRANSLATE_PHRASE*/;
+  jk.support = esupport::kTranslate | esupport::kProperties | esupport::kParse | 0x1000 /*TRANSLATE_PHRASE*/;
   v.push_back(jk);
 
   EngineDef tm;
