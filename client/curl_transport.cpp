@@ -1,0 +1,302 @@
+#include "client/curl_transport.h"
+
+#include <curl/curl.h>
+#include <fcntl.h>
+#include <openssl/ssl.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <mutex>
+
+#include "soapH.h"
+
+namespace lexctl {
+namespace {
+
+const char kPluginId[] = "lexctl3-curl";
+constexpr char kSystemCaFile[] = "/etc/ssl/certs/ca-certificates.crt";
+// A reply larger than this ends the call instead of filling memory.
+constexpr size_t kMaxReply = 256u << 20;
+
+CurlTransport* Find(struct soap* soap) {
+  return static_cast<CurlTransport*>(soap_lookup_plugin(soap, kPluginId));
+}
+
+SOAP_SOCKET HookOpen(struct soap* soap, const char* endpoint, const char*, int) {
+  return Find(soap)->Open(soap, endpoint);
+}
+int HookSend(struct soap* soap, const char* data, size_t size) { return Find(soap)->Send(data, size); }
+size_t HookRecv(struct soap* soap, char* data, size_t size) { return Find(soap)->Receive(data, size); }
+int HookPrepareRecv(struct soap* soap) { return Find(soap)->Perform(soap); }
+int HookClose(struct soap*, SOAP_SOCKET) { return SOAP_OK; }
+int HookShutdown(struct soap*, SOAP_SOCKET, int) { return SOAP_OK; }
+int HookPoll(struct soap*) { return SOAP_OK; }
+
+int Register(struct soap* soap, struct soap_plugin* plugin, void* arg) {
+  plugin->id = kPluginId;
+  plugin->data = arg;  // owned by the SoapClient, not by the context
+  plugin->fcopy = nullptr;
+  plugin->fdelete = [](struct soap*, struct soap_plugin*) {};
+  soap->fopen = HookOpen;
+  soap->fsend = HookSend;
+  soap->frecv = HookRecv;
+  soap->fclosesocket = HookClose;
+  soap->fshutdownsocket = HookShutdown;
+  soap->fpoll = HookPoll;
+  soap->fprepareinitrecv = HookPrepareRecv;
+  return SOAP_OK;
+}
+
+int VerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
+  if (!ok) {
+    int error = X509_STORE_CTX_get_error(store);
+    if (error == X509_V_ERR_CERT_HAS_EXPIRED || error == X509_V_ERR_CERT_NOT_YET_VALID) {
+      X509_STORE_CTX_set_error(store, X509_V_OK);
+      return 1;
+    }
+  }
+  return ok;
+}
+
+CURLcode IgnoreDates(CURL*, void* ssl_ctx, void*) {
+  SSL_CTX_set_verify(static_cast<SSL_CTX*>(ssl_ctx), SSL_VERIFY_PEER, VerifyIgnoringDates);
+  return CURLE_OK;
+}
+
+// Request headers that libcurl sets itself.
+bool CurlOwnsHeader(const std::string& name) {
+  static const char* const kOwned[] = {"Host", "Content-Length", "Connection", "User-Agent",
+                                       "Accept-Encoding", "Transfer-Encoding", "Expect"};
+  for (const char* owned : kOwned) {
+    if (strcasecmp(name.c_str(), owned) == 0) return true;
+  }
+  return false;
+}
+
+int ErrorStatus(CURLcode code) {
+  switch (code) {
+    case CURLE_SSL_CONNECT_ERROR:
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CIPHER:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_ENGINE_NOTFOUND:
+    case CURLE_SSL_ENGINE_SETFAILED:
+    case CURLE_SSL_ENGINE_INITFAILED:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_SSL_SHUTDOWN_FAILED:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+    case CURLE_SSL_CLIENTCERT:
+      return SOAP_SSL_ERROR;
+    case CURLE_WRITE_ERROR:
+    case CURLE_TOO_MANY_REDIRECTS:
+    case CURLE_WEIRD_SERVER_REPLY:
+    case CURLE_HTTP2:
+    case CURLE_BAD_CONTENT_ENCODING:
+      return SOAP_HTTP_ERROR;
+    default:
+      return SOAP_TCP_ERROR;
+  }
+}
+
+}  // namespace
+
+size_t CurlWrite(char* data, size_t size, size_t count, void* self) {
+  auto* transport = static_cast<CurlTransport*>(self);
+  size_t n = size * count;
+  if (transport->reply_body_.size() + n > kMaxReply) {
+    transport->reply_too_large_ = true;
+    return 0;  // libcurl ends the transfer
+  }
+  transport->reply_body_.append(data, n);
+  return n;
+}
+
+size_t CurlHeader(char* data, size_t size, size_t count, void* self) {
+  auto* transport = static_cast<CurlTransport*>(self);
+  size_t n = size * count;
+  // Interim replies (100 Continue, a proxy's CONNECT) start a new header.
+  if (n >= 5 && strncmp(data, "HTTP/", 5) == 0) transport->reply_headers_.clear();
+  if (transport->reply_headers_.size() + n > kMaxReply) return 0;
+  transport->reply_headers_.append(data, n);
+  return n;
+}
+
+int CurlTrace(CURL*, int type, char* data, size_t size, void* self) {
+  auto* transport = static_cast<CurlTransport*>(self);
+  if (!transport->trace_) return 0;
+  static const char* const kLabels[] = {"* ", "< ", "> ", "<= ", "=> ", "<= ", "=> "};
+  const char* label = type >= 0 && type < 7 ? kLabels[type] : "? ";
+  fputs(label, transport->trace_);
+  fwrite(data, 1, size, transport->trace_);
+  if (size == 0 || data[size - 1] != '\n') fputc('\n', transport->trace_);
+  fflush(transport->trace_);
+  return 0;
+}
+
+CurlTransport::CurlTransport() = default;
+
+CurlTransport::~CurlTransport() {
+  if (curl_) curl_easy_cleanup(curl_);
+  if (null_fd_ >= 0) close(null_fd_);
+  if (trace_) fclose(trace_);
+}
+
+void CurlTransport::Attach(struct soap* soap, const TransportSettings& settings, int ssl_mode) {
+  settings_ = settings;
+  ssl_mode_ = ssl_mode;
+  // The whole message is built first, so it goes out with a Content-Length.
+  soap->omode = (soap->omode & ~SOAP_IO) | SOAP_IO_STORE;
+  soap_register_plugin_arg(soap, Register, this);
+}
+
+void CurlTransport::SetTrace(const std::string& file) {
+  if (trace_) fclose(trace_);
+  trace_ = nullptr;
+  trace_path_ = file;
+  if (!file.empty()) trace_ = fopen(file.c_str(), "ab");
+}
+
+int CurlTransport::Open(struct soap*, const char* endpoint) {
+  // gSOAP wants a descriptor; the connection itself is libcurl's.
+  if (null_fd_ < 0) null_fd_ = open("/dev/null", O_RDWR | O_CLOEXEC);
+  request_.clear();
+  url_ = endpoint ? endpoint : "";
+  return null_fd_;
+}
+
+int CurlTransport::Send(const char* data, size_t size) {
+  request_.append(data, size);
+  return SOAP_OK;
+}
+
+int CurlTransport::Perform(struct soap* soap) {
+  static std::once_flag global_init;
+  std::call_once(global_init, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
+  if (!curl_) curl_ = curl_easy_init();
+  if (!curl_) return soap->error = SOAP_EOM;
+  CURL* curl = curl_;
+
+  std::string request;
+  request.swap(request_);
+  size_t head_end = request.find("\r\n\r\n");
+  if (head_end == std::string::npos) return soap_set_sender_error(soap, "incomplete request", nullptr, SOAP_HTTP_ERROR);
+  curl_slist* headers = nullptr;
+  size_t line_start = request.find("\r\n") + 2;  // past the request line
+  while (line_start < head_end) {
+    size_t line_end = request.find("\r\n", line_start);
+    std::string line = request.substr(line_start, line_end - line_start);
+    size_t colon = line.find(':');
+    if (colon != std::string::npos && !CurlOwnsHeader(line.substr(0, colon))) {
+      headers = curl_slist_append(headers, line.c_str());
+    }
+    line_start = line_end + 2;
+  }
+  headers = curl_slist_append(headers, "Expect:");
+  const char* body = request.data() + head_end + 4;
+  size_t body_size = request.size() - head_end - 4;
+
+  curl_easy_reset(curl);
+  char error_text[CURL_ERROR_SIZE] = "";
+  curl_easy_setopt(curl, CURLOPT_URL, url_.c_str());
+  curl_easy_setopt(curl, CURLOPT_POST, 1L);
+  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body);
+  curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_size));
+  curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+  curl_easy_setopt(curl, CURLOPT_USERAGENT, (settings_.client_name + kClientVersionSuffix).c_str());
+  curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error_text);
+  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, CurlWrite);
+  curl_easy_setopt(curl, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
+  curl_easy_setopt(curl, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(soap->connect_timeout));
+  // A receive time-out: the call ends when nothing arrives for that long.
+  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(soap->recv_timeout));
+  curl_easy_setopt(curl, CURLOPT_FORBID_REUSE, (soap->omode & SOAP_IO_KEEPALIVE) ? 0L : 1L);
+  if (soap->omode & SOAP_ENC_ZLIB) curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  // An empty proxy also keeps libcurl from taking one from the environment.
+  std::string proxy = soap->proxy_host ? "http://" + std::string(soap->proxy_host) + ":" +
+                                             std::to_string(soap->proxy_port)
+                                       : "";
+  curl_easy_setopt(curl, CURLOPT_PROXY, proxy.c_str());
+
+  bool check_dates = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoHost;
+  bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
+  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
+  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
+  if (!check_dates) curl_easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, IgnoreDates);
+  std::string ca_file = settings_.ssl_ca_file;
+  if (access(ca_file.c_str(), R_OK) != 0) ca_file = settings_.ssl_ca_dir.empty() ? kSystemCaFile : "";
+  curl_easy_setopt(curl, CURLOPT_CAINFO, ca_file.empty() ? nullptr : ca_file.c_str());
+  curl_easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
+  if (!settings_.ssl_key_file.empty()) {
+    curl_easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
+    curl_easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
+    if (!settings_.ssl_key_password.empty()) {
+      curl_easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
+    }
+  }
+  if (trace_) {
+    curl_easy_setopt(curl, CURLOPT_VERBOSE, 1L);
+    curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, CurlTrace);
+    curl_easy_setopt(curl, CURLOPT_DEBUGDATA, this);
+  }
+
+  reply_headers_.clear();
+  reply_body_.clear();
+  reply_.clear();
+  reply_pos_ = 0;
+  reply_too_large_ = false;
+  CURLcode code = curl_easy_perform(curl);
+  curl_slist_free_all(headers);
+  if (code != CURLE_OK) {
+    std::string text = reply_too_large_ ? "reply too large" : *error_text ? error_text : curl_easy_strerror(code);
+    reply_body_.clear();
+    return soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, ErrorStatus(code));
+  }
+
+  // Hand gSOAP the reply as it would have read it from a socket, less what
+  // libcurl already undid (chunking, and compression when it was asked for).
+  bool decoded = (soap->omode & SOAP_ENC_ZLIB) != 0;
+  size_t pos = 0;
+  bool first = true;
+  while (pos < reply_headers_.size()) {
+    size_t end = reply_headers_.find("\r\n", pos);
+    if (end == std::string::npos) end = reply_headers_.size();
+    std::string line = reply_headers_.substr(pos, end - pos);
+    pos = end + 2;
+    if (line.empty()) continue;
+    if (first) {
+      size_t space = line.find(' ');
+      reply_ = "HTTP/1.1" + (space == std::string::npos ? std::string(" 200 OK") : line.substr(space)) + "\r\n";
+      first = false;
+      continue;
+    }
+    size_t colon = line.find(':');
+    std::string name = colon == std::string::npos ? line : line.substr(0, colon);
+    if (strcasecmp(name.c_str(), "Content-Length") == 0 || strcasecmp(name.c_str(), "Transfer-Encoding") == 0 ||
+        (decoded && strcasecmp(name.c_str(), "Content-Encoding") == 0)) {
+      continue;
+    }
+    reply_ += line + "\r\n";
+  }
+  if (first) reply_ = "HTTP/1.1 200 OK\r\n";
+  reply_ += "Content-Length: " + std::to_string(reply_body_.size()) + "\r\n\r\n";
+  reply_ += reply_body_;
+  reply_body_.clear();
+  return SOAP_OK;
+}
+
+size_t CurlTransport::Receive(char* data, size_t size) {
+  size_t n = std::min(size, reply_.size() - reply_pos_);
+  memcpy(data, reply_.data() + reply_pos_, n);
+  reply_pos_ += n;
+  return n;
+}
+
+}  // namespace lexctl

@@ -1,0 +1,110 @@
+// The request frame that every service command follows: scan the options,
+// build the common request fields, call, raise, print the warnings.
+//
+// A command handler is then just:
+//   if (CheckHelpRequest(thread, CmdX, args, true)) return;
+//   RunGuarded(thread, [&] {
+//     RequestFrame frame(thread, "");
+//     if (!frame.Scan(kOptions, args, [&](const OptionScanner& o) { ...own ids... })) return;
+//     if (!frame.ExpectPositional(0, 1)) return;
+//     frame.PrintSelectKeys();
+//     nv__XResponse r;
+//     frame.Check(soap_call_nv__X(frame.soap(), frame.endpoint(), "", frame.licence(),
+//                                 frame.clientid(), frame.reqgroup(), frame.select(), ..., r));
+//     frame.Token(r.token);
+//     frame.Warnings(r.error);
+//     ...print r...
+//   });
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "client/errors.h"
+#include "client/local_data.h"
+#include "shell/option_scanner.h"
+
+namespace lexctl {
+
+/// Ids of the options every service command shares.
+enum CommonOptionId : int {
+  kOptSelectKeys = 0,  // -select KEYS: added as written
+  kOptSelectKey = 1,   // -strict, -rmax N, ...: become "name" or "name=value"
+  kOptReqgroup = 2,    // -reqgroup ID: this request's group
+  kOptOwn = 3,         // the command's own options start here
+};
+
+// Rows of the common block, for building option tables.
+#define LEXCTL_OPT_SELECT {lexctl::kOptSelectKeys, "-select", lexctl::kOptRequired}
+#define LEXCTL_OPT_KEY(name) {lexctl::kOptSelectKey, name, lexctl::kOptNoArgument}
+#define LEXCTL_OPT_KEY_ARG(name) {lexctl::kOptSelectKey, name, lexctl::kOptRequired}
+#define LEXCTL_OPT_REQGROUP {lexctl::kOptReqgroup, "-reqgroup", lexctl::kOptRequired}
+#define LEXCTL_OPT_END {-1, nullptr, 0}
+
+/// Help lines of the common options, for usage texts.
+#define LEXCTL_COMMON_OPTION_HELP                                                  \
+  "    -select     Specify extra select keys in the request.\n"                    \
+  "    -strict     Use strict error processing.\n"                                 \
+  "    -reqgroup   Start a new or specify an existing request group.\n"           \
+  "    -runas      Execute the command using the specified user's account, but\n" \
+  "                the current user's permissions.\n"                              \
+  "    -rmax       Specify the maximum amount of time in milliseconds that this\n" \
+  "                request is permitted to execute for. If processing of the\n"    \
+  "                request takes longer than this, it will be terminated and\n"    \
+  "                a SOAP fault returned.\n"
+
+/// Runs a command body, printing a SoapException or Exception it throws;
+/// the script goes on either way.
+void RunGuarded(ExecThread& thread, const std::function<void()>& body);
+
+class RequestFrame {
+ public:
+  /// prefix_keys: select keys the command always sends first (" neweid",
+  /// the cache marks), each with a leading blank.
+  RequestFrame(ExecThread& thread, const std::string& prefix_keys);
+
+  /// Scans args with the table; common ids are handled here, the others are
+  /// handed to own(). Prints "Invalid argument: ..." and returns false on a
+  /// bad option, or when own() returns false.
+  bool Scan(const OptionSpec* table, const ArgVector& args,
+            const std::function<bool(const OptionScanner&)>& own = nullptr);
+  /// The words that were not options.
+  const ArgVector& positional() const { return positional_; }
+  /// Prints "Invalid arguments. See help." unless min <= count <= max.
+  bool ExpectPositional(size_t min, size_t max);
+  /// Appends one select key (with its value, if any) in command-line order.
+  void AddSelectKey(const std::string& key);
+
+  /// Prints "SelectKeys:   ..." when there are select keys.
+  void PrintSelectKeys();
+
+  struct soap* soap() { return data_.context(); }
+  const char* endpoint() const { return data_.settings.endpoint.c_str(); }
+  std::string* licence() { return Optional(licence_); }
+  std::string* clientid() { return Optional(clientid_); }
+  std::string* reqgroup() { return Optional(reqgroup_); }
+  std::string* select() { return Optional(select_); }
+
+  /// Raises on a failed call (see RaiseOnError); always ends the call.
+  void Check(int status);
+  /// Keeps a session token that the response carries.
+  void Token(const std::string* token);
+  void Warnings(const nv__ErrorArray* errors);
+
+  LocalData& data() { return data_; }
+  ExecThread& thread() { return thread_; }
+
+ private:
+  static std::string* Optional(std::string& text) { return text.empty() ? nullptr : &text; }
+
+  ExecThread& thread_;
+  LocalData& data_;
+  std::string licence_;
+  std::string clientid_;
+  std::string reqgroup_;
+  std::string keys_;  // with a leading blank per key
+  std::string select_;
+  ArgVector positional_;
+};
+
+}  // namespace lexctl

@@ -1,0 +1,330 @@
+#include "client/local_data.h"
+
+#include <arpa/inet.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+#include <strings.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "client/credentials.h"
+#include "client/curl_transport.h"
+#include "client/wire_log.h"
+#include "shell/exec_thread.h"
+#include "shell/output.h"
+#include "soapH.h"
+
+namespace lexctl {
+namespace {
+
+constexpr char kSystemCaFile[] = "/etc/ssl/certs/ca-certificates.crt";
+// A reply larger than this is refused rather than held in memory.
+constexpr ULONG64 kMaxReply = 256ull << 20;
+
+// Hooks of a context, kept per context so that a copied context chains to
+// the library's own functions.
+struct Hooks {
+  SoapClient* client;
+  int (*posthdr)(struct soap*, const char*, const char*);
+  int (*parsehdr)(struct soap*, const char*, const char*);
+  SOAP_SOCKET (*open)(struct soap*, const char*, const char*, int);
+  std::string host;  // to check the server's certificate against
+  bool check_host = false;
+};
+
+Hooks* HooksOf(struct soap* soap) { return static_cast<Hooks*>(soap->user); }
+
+int PostHeader(struct soap* soap, const char* key, const char* value) {
+  return HooksOf(soap)->client->SendHeader(soap, key, value);
+}
+
+int ParseHeader(struct soap* soap, const char* key, const char* value) {
+  Hooks* hooks = HooksOf(soap);
+  HeaderObserver& observer = CurrentHeaderObserver();
+  if (observer) observer(key, value);
+  return hooks->parsehdr(soap, key, value);
+}
+
+// Clears only the validity-date errors, so that expired and not-yet-valid
+// certificates pass while untrusted or self-signed ones still fail.
+int VerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
+  if (!ok) {
+    int error = X509_STORE_CTX_get_error(store);
+    if (error == X509_V_ERR_CERT_HAS_EXPIRED || error == X509_V_ERR_CERT_NOT_YET_VALID) {
+      X509_STORE_CTX_set_error(store, X509_V_OK);
+      return 1;
+    }
+  }
+  return ok;
+}
+
+bool IsIpAddress(const std::string& host) {
+  unsigned char buffer[16];
+  return inet_pton(AF_INET, host.c_str(), buffer) == 1 || inet_pton(AF_INET6, host.c_str(), buffer) == 1;
+}
+
+// gSOAP's own host check is looser than common practice (CN fallback with
+// a SAN present, "*" certificates, "-" as a wildcard), so the check is ours.
+SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char* host, int port) {
+  Hooks* hooks = HooksOf(soap);
+  SOAP_SOCKET socket = hooks->open(soap, endpoint, host, port);
+  if (!soap_valid_socket(socket) || !soap->ssl || !hooks->check_host) return socket;
+  X509* cert = SSL_get1_peer_certificate(soap->ssl);
+  bool match = false;
+  if (cert) {
+    match = IsIpAddress(hooks->host)
+                ? X509_check_ip_asc(cert, hooks->host.c_str(), 0) == 1
+                : X509_check_host(cert, hooks->host.c_str(), 0,
+                                  X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS, nullptr) == 1;
+    X509_free(cert);
+  }
+  if (match) return socket;
+  SSL_free(soap->ssl);
+  soap->ssl = nullptr;
+  soap->fclosesocket(soap, socket);
+  soap_set_sender_error(soap, "SSL/TLS error",
+                        "the server's certificate does not match its host name", SOAP_SSL_ERROR);
+  return SOAP_INVALID_SOCKET;
+}
+
+std::string HostOf(const std::string& url) {
+  size_t start = url.find("://");
+  start = start == std::string::npos ? 0 : start + 3;
+  if (start < url.size() && url[start] == '[') {
+    size_t close = url.find(']', start);
+    return url.substr(start + 1, close == std::string::npos ? std::string::npos : close - start - 1);
+  }
+  size_t end = url.find_first_of(":/", start);
+  return url.substr(start, end == std::string::npos ? std::string::npos : end - start);
+}
+
+bool StartsWithNoCase(const std::string& text, const char* prefix) {
+  return strncasecmp(text.c_str(), prefix, strlen(prefix)) == 0;
+}
+
+}  // namespace
+
+HeaderObserver& CurrentHeaderObserver() {
+  thread_local HeaderObserver observer;
+  return observer;
+}
+
+SoapClient::SoapClient() = default;
+
+SoapClient::~SoapClient() {
+  if (soap_) {
+    delete HooksOf(soap_);
+    soap_->user = nullptr;
+    soap_destroy(soap_);
+    soap_end(soap_);
+    soap_free(soap_);
+  }
+}
+
+int SoapClient::ssl_auth_effective() const {
+  // libcurl has no "no checks at all" mode beyond skipping both checks.
+  if (settings.windows_layer && settings.ssl_auth == kSslNone) return kSslMinimum;
+  return settings.ssl_auth;
+}
+
+int SoapClient::SendHeader(struct soap* soap, const char* key, const char* value) {
+  return HooksOf(soap)->posthdr(soap, key, value);
+}
+
+void SoapClient::RebuildEndpoint() {
+  if (settings.server.empty()) settings.server = "http://localhost";
+  if (!StartsWithNoCase(settings.server, "http")) settings.server = "http://" + settings.server;
+  settings.endpoint = settings.server + settings.path;
+  RebuildContext();
+}
+
+void SoapClient::RebuildContext() {
+  struct soap* old = soap_;
+  struct soap* fresh = soap_new();
+  if (!fresh) OutOfMemory();
+  if (old) {
+    soap_set_imode(fresh, old->imode);
+    soap_set_omode(fresh, old->omode);
+  } else {
+    soap_set_imode(fresh, SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING);
+    soap_set_omode(fresh, SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING);
+  }
+  fresh->connect_timeout = settings.connect_timeout;
+  fresh->recv_timeout = settings.io_timeout;
+  fresh->send_timeout = settings.io_timeout;
+  fresh->recv_maxlength = kMaxReply;
+
+  auto* hooks = new Hooks{this, fresh->fposthdr, fresh->fparsehdr, fresh->fopen, HostOf(settings.endpoint)};
+  fresh->user = hooks;
+  bool https = StartsWithNoCase(settings.endpoint, "https:");
+  int mode = ssl_auth_effective();
+  if (!settings.windows_layer && https) {
+    hooks->check_host = mode == kSslFull || mode == kSslNoExpire;
+    fresh->fopen = OpenCheckingHost;
+    if (mode == kSslNoExpire || mode == kSslMinimum) fresh->fsslverify = VerifyIgnoringDates;
+    unsigned short flags = mode == kSslNone ? SOAP_SSL_NO_AUTHENTICATION
+                                            : SOAP_SSL_REQUIRE_SERVER_AUTHENTICATION | SOAP_SSL_SKIP_HOST_CHECK;
+    flags |= SOAP_SSL_NO_DEFAULT_CA_PATH;
+    std::string ca_file = settings.ssl_ca_file;
+    if (access(ca_file.c_str(), R_OK) != 0) ca_file = settings.ssl_ca_dir.empty() ? kSystemCaFile : "";
+    if (soap_ssl_client_context(fresh, flags, settings.ssl_key_file.empty() ? nullptr : settings.ssl_key_file.c_str(),
+                                settings.ssl_key_password.empty() ? nullptr : settings.ssl_key_password.c_str(),
+                                ca_file.empty() ? nullptr : ca_file.c_str(),
+                                settings.ssl_ca_dir.empty() ? nullptr : settings.ssl_ca_dir.c_str(), nullptr)) {
+      const char** detail = soap_faultdetail(fresh);
+      ConsoleOut("Failed to initialize SSL: %s\n", detail && *detail ? *detail : "[no detail]");
+    }
+  }
+  fresh->fposthdr = PostHeader;
+  fresh->fparsehdr = ParseHeader;
+  soap_set_namespaces(fresh, namespaces);
+  if (settings.windows_layer) {
+    if (!curl_) curl_ = std::make_unique<CurlTransport>();
+    curl_->Attach(fresh, settings, mode);
+  }
+
+  soap_ = fresh;
+  if (old) {
+    delete HooksOf(old);
+    old->user = nullptr;
+    soap_destroy(old);
+    soap_end(old);
+    soap_free(old);
+  }
+  ApplyAfterBuild();
+}
+
+void SoapClient::ApplyAfterBuild() {
+  SetProxy(settings.proxy);
+  if (settings.compress) {
+    soap_set_imode(soap_, SOAP_ENC_ZLIB);
+    soap_set_omode(soap_, SOAP_ENC_ZLIB);
+  } else {
+    soap_clr_imode(soap_, SOAP_ENC_ZLIB);
+    soap_clr_omode(soap_, SOAP_ENC_ZLIB);
+  }
+  if (settings.keepalive) {
+    soap_set_imode(soap_, SOAP_IO_KEEPALIVE);
+    soap_set_omode(soap_, SOAP_IO_KEEPALIVE);
+  } else {
+    soap_clr_imode(soap_, SOAP_IO_KEEPALIVE);
+    soap_clr_omode(soap_, SOAP_IO_KEEPALIVE);
+  }
+  soap_->connect_timeout = settings.connect_timeout;
+  soap_->recv_timeout = settings.io_timeout;
+  soap_->send_timeout = settings.io_timeout;
+  AttachWireLog(soap_, settings.soap_debug);
+  if (curl_) curl_->SetTrace(settings.curl_log);
+}
+
+bool SoapClient::SetProxy(const std::string& proxy) {
+  if (proxy.empty()) {
+    settings.proxy.clear();
+    if (soap_) {
+      soap_->proxy_host = nullptr;
+      soap_->proxy_port = 0;
+    }
+    return true;
+  }
+  size_t colon = proxy.find(':');
+  if (colon == std::string::npos) return false;
+  settings.proxy = proxy;
+  if (soap_) {
+    soap_->proxy_host = soap_strdup(soap_, proxy.substr(0, colon).c_str());
+    soap_->proxy_port = atoi(proxy.c_str() + colon + 1);
+  }
+  // Tools started by the client (wget) go through the same proxy.
+  setenv("http_proxy", proxy.c_str(), 1);
+  return true;
+}
+
+void SoapClient::UseBasicAuth(const std::string& user, const std::string& password) {
+  basic_user_ = user;
+  basic_password_ = password;
+  soap_->userid = basic_user_.c_str();
+  soap_->passwd = basic_password_.c_str();
+}
+
+void SoapClient::EndCall() {
+  // gSOAP forgets these after a parsed response, not after a failed connect.
+  soap_->userid = nullptr;
+  soap_->passwd = nullptr;
+  basic_user_.clear();
+  basic_password_.clear();
+}
+
+LocalData::LocalData(ExecThread* owner_thread) : owner(owner_thread) {
+  settings.client_name = kClientName;
+  settings.io_timeout = 3600;
+  RebuildEndpoint();
+}
+
+LocalData::LocalData(ExecThread* owner_thread, const LocalData& source) : owner(owner_thread) {
+  settings = source.settings;
+  userid_ = source.userid_;
+  passwd_ = source.passwd_;
+  engine = source.engine;
+  clientid = source.clientid;
+  reqgroup = source.reqgroup;
+  uilang = source.uilang;
+  trustheader = source.trustheader;
+  forwardedfor = source.forwardedfor;
+  sesskey = source.sesskey;
+  sesstoken = source.sesstoken;
+  licence_ = source.licence_;
+  licence_valid_ = source.licence_valid_;
+  cachemark = source.cachemark;
+  neweid = source.neweid;
+  RebuildEndpoint();
+}
+
+void LocalData::SetUserId(const std::string& userid) {
+  SoapClient::SetUserId(userid);
+  licence_valid_ = false;
+}
+
+void LocalData::SetPassword(const std::string& passwd) {
+  SoapClient::SetPassword(passwd);
+  licence_valid_ = false;
+}
+
+void LocalData::SetSessionKey(const std::string& key) {
+  sesskey = key;
+  sesstoken.clear();
+  licence_valid_ = false;
+}
+
+void LocalData::SetSessionToken(const std::string& token) {
+  sesstoken = token;
+  licence_valid_ = false;
+}
+
+const std::string& LocalData::Licence() {
+  if (!licence_valid_) {
+    licence_ = BuildLicence(userid_, passwd_, sesskey, sesstoken);
+    licence_valid_ = true;
+  }
+  return licence_;
+}
+
+int LocalData::SendHeader(struct soap* soap, const char* key, const char* value) {
+  if (key && value && strcasecmp(key, "Accept-Encoding") == 0 && !settings.compress) return SOAP_OK;
+  if (!key) {
+    int error;
+    if (!trustheader.empty() && (error = SoapClient::SendHeader(soap, trustheader.c_str(), userid_.c_str()))) {
+      return error;
+    }
+    if (!forwardedfor.empty() &&
+        (error = SoapClient::SendHeader(soap, "X-Forwarded-For", forwardedfor.c_str()))) {
+      return error;
+    }
+  }
+  return SoapClient::SendHeader(soap, key, value);
+}
+
+LocalData& Local(ExecThread& thread) { return *static_cast<LocalData*>(thread.data.get()); }
+
+}  // namespace lexctl

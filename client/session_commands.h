@@ -1,0 +1,20 @@
+// Connectivity, session and password commands of the client core.
+#pragma once
+
+#include "shell/command.h"
+
+namespace lexctl {
+
+void CmdVersions(ExecThread& thread, ArgVector& args);
+void CmdTest(ExecThread& thread, ArgVector& args);
+void CmdCreates(ExecThread& thread, ArgVector& args);
+void CmdEnds(ExecThread& thread, ArgVector& args);
+void CmdPwhash(ExecThread& thread, ArgVector& args);
+void CmdPasswd(ExecThread& thread, ArgVector& args);
+
+/// Rows of the groups INFORMATIONAL and SESSION CONTROL (null-terminated).
+extern const CommandRecord kSessionCommandRows[];
+/// Rows of the password commands, which belong to the group USERS.
+extern const CommandRecord kPasswordCommandRows[];
+
+}  // namespace lexctl
