@@ -83,6 +83,17 @@ inline std::string Trim(std::string_view s) {
   return std::string(s.substr(b, e - b + 1));
 }
 
+/// Trims outer blanks but keeps a blank that a backslash escapes.
+inline std::string TrimValue(std::string_view s) {
+  std::string t = Trim(s);
+  size_t end = s.find_last_not_of(" \t\r");
+  if (t.empty() || t.back() != '\\' || end + 1 >= s.size()) return t;
+  size_t n = 0;
+  while (n < t.size() && t[t.size() - 1 - n] == '\\') ++n;
+  if (n % 2 == 1) t += s[end + 1];
+  return t;
+}
+
 inline std::string Unescape(std::string_view s) {
   std::string out;
   for (size_t i = 0; i < s.size(); ++i) {
@@ -199,7 +210,7 @@ inline bool ParseNativeLine(std::string_view line, int64_t lineno, DictEntry* e,
     *err = Err(1, "SYNTAX", "Missing '=' between headword and translation", lineno, lineno, line);
     return false;
   }
-  std::string head = Trim(line.substr(0, eq));
+  std::string head = TrimValue(line.substr(0, eq));
   std::string_view rest = line.substr(eq + 1);
   std::string pos;
   size_t br = FindUnescaped(rest, '[');
@@ -219,7 +230,7 @@ inline bool ParseNativeLine(std::string_view line, int64_t lineno, DictEntry* e,
   }
   // Trim before unescaping so that escaped outer blanks survive.
   head = Unescape(head);
-  std::string target = Unescape(Trim(rest));
+  std::string target = Unescape(TrimValue(rest));
   if (head.empty()) {
     *err = Err(2, "SYNTAX", "Empty headword", lineno, lineno, line);
     return false;

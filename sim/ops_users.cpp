@@ -30,8 +30,7 @@ constexpr size_t kMaxItems = 100;
 
 // What users get without a template: everything but the administration of others.
 constexpr uint64_t kDefaultApi = api::kAll & ~(api::kCreateUser | api::kDeleteUser |
-                                               api::kGetUserList | api::kRunas |
-                                               api::kChangeDictionaryOwner);
+                                               api::kGetUserList | api::kRunas);
 
 const char* const kFeatures[] = {
     "ECHO", "GENG", "RECD", "SPLT", "PROF", "TEXT", "TUPD", "TXTS", "HTML", "TXML", "TRAN",
