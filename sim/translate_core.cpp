@@ -237,7 +237,7 @@ class SentenceJob {
         out.pos = QzPos(pos);
         return;
       }
-      if (target == out.target) return;
+      if (target == out.target || target.empty()) return;
       for (const auto& a : out.alts)
         if (a.second == target) return;
       out.alts.emplace_back(did, target);

@@ -593,10 +593,11 @@ class XmlScanner {
       } else if (s_.compare(i_, 2, "<?") == 0) {
         if (!Skip("?>", "processing instruction")) return false;
       } else if (s_.compare(i_, 2, "</") == 0) {
+        size_t at = i_;
         i_ += 2;
         std::string end;
         if (!Name(&end)) return false;
-        if (end != name) return Fail("End tag </" + end + "> does not match <" + name + ">");
+        if (end != name) return i_ = at, Fail("End tag </" + end + "> does not match <" + name + ">");
         Blanks();
         if (i_ >= s_.size() || s_[i_] != '>') return Fail("'>' expected");
         ++i_;
