@@ -11,12 +11,16 @@ A case file is a script followed by sections that start with a line
   #### exit            expected exit status (default: 0)
   #### result PATH     expected content of a file after the run
   #### absent GLOB     no file may match GLOB after the run
+  #### lexsim          run against a fresh lexsim (its extra arguments, one per line);
+                      the script finds its URL in {{server}}
+  #### stdout LAYER   expected standard output for one comms layer only
 Without an args section the script is run with --script. Volatile values
 (times, durations, the working folder) are normalised in the actual output.
 """
 import glob
 import os
 import re
+import select
 import shutil
 import subprocess
 import sys
@@ -33,6 +37,8 @@ NORMALISE = [
     (re.compile(r"\d+\.\d{3} secs"), "<SECS> secs"),
     (re.compile(r"\d+\.\d{6}"), "<SECS>"),
     (re.compile(r"lexctl3-[0-9a-f]+\.tmp"), "lexctl3-<PID>.tmp"),
+    (re.compile(r"\b[0-9a-f]{32}\b"), "<HEX32>"),
+    (re.compile(r"after \d+ ms"), "after <N> ms"),
 ]
 
 
@@ -51,17 +57,52 @@ def parse(path):
     return {k: "".join(v) for k, v in sections.items()}, order
 
 
-def normalise(text, cwd):
+def normalise(text, cwd, server=None):
+    if server:
+        text = text.replace(server, "<SERVER>")
     text = text.replace(os.path.realpath(cwd), "<CWD>").replace(cwd, "<CWD>")
     for pattern, repl in NORMALISE:
         text = pattern.sub(repl, text)
     return text
 
 
+class Lexsim:
+    """A lexsim on a free loopback port, for one case."""
+
+    def __init__(self, binary, extra, cwd):
+        self.proc = subprocess.Popen([binary, "--host", "127.0.0.1", "--port", "0"] + extra, cwd=cwd,
+                                     stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        ready, _, _ = select.select([self.proc.stdout], [], [], 30)
+        line = self.proc.stdout.readline().strip() if ready else ""
+        if not line.startswith("http"):
+            self.stop()
+            raise RuntimeError(f"lexsim did not start: {line!r}")
+        self.url = line
+        self.server = line[: line.index("/", line.index("//") + 2)]
+
+    def stop(self):
+        self.proc.terminate()
+        try:
+            self.proc.wait(timeout=10)
+        except subprocess.TimeoutExpired:
+            self.proc.kill()
+            self.proc.wait()
+
+
 def main():
-    lexctl, case = sys.argv[1], sys.argv[2]
+    args = sys.argv[1:]
+    lexsim_binary = layer = None
+    while args and args[0].startswith("--"):
+        if args[0] == "--lexsim":
+            lexsim_binary = args[1]
+        elif args[0] == "--layer":
+            layer = args[1]
+        args = args[2:]
+    lexctl, case = args[0], args[1]
     sections, _ = parse(case)
     failures = []
+    if layer and f"stdout {layer}" in sections:
+        sections["stdout"] = sections[f"stdout {layer}"]
     with tempfile.TemporaryDirectory(prefix="lexctl3-e2e-") as cwd:
         script = os.path.join(cwd, "case.lex")
         with open(script, "w", encoding="utf-8", newline="") as f:
@@ -76,15 +117,28 @@ def main():
             args = [a.replace("{script}", "case.lex") for a in sections["args"].splitlines()]
         else:
             args = ["--script", "case.lex"]
+        sim = None
+        if "lexsim" in sections:
+            extra = [a.replace("{cwd}", cwd) for a in sections["lexsim"].splitlines() if a.strip()]
+            sim = Lexsim(lexsim_binary, extra, cwd)
+            prelude = [f"@setvar server {sim.server}"]
+            if layer:
+                prelude.append(f"@setopt commslayer {layer}")
+            args = prelude + args
         env = dict(os.environ, HOME=cwd, TZ="UTC", LC_ALL="C.UTF-8")
+        env.pop("http_proxy", None)
         try:
             proc = subprocess.run([lexctl] + args, cwd=cwd, input=sections.get("stdin", "").encode(),
                                   capture_output=True, env=env, timeout=120)
         except subprocess.TimeoutExpired:
             print("FAIL: lexctl3 did not end within 120 s")
             return 1
-        out = normalise(proc.stdout.decode("utf-8", "replace"), cwd)
-        err = normalise(proc.stderr.decode("utf-8", "replace"), cwd)
+        finally:
+            if sim:
+                sim.stop()
+        server = sim.server if sim else None
+        out = normalise(proc.stdout.decode("utf-8", "replace"), cwd, server)
+        err = normalise(proc.stderr.decode("utf-8", "replace"), cwd, server)
         checks = [("stdout", out, sections.get("stdout", "")),
                   ("stderr", err, sections.get("stderr", ""))]
         for name, body in sections.items():
@@ -94,7 +148,7 @@ def main():
                     failures.append(f"{name}: file was not made")
                     continue
                 with open(target, encoding="utf-8", errors="replace", newline="") as f:
-                    checks.append((name, normalise(f.read(), cwd), body))
+                    checks.append((name, normalise(f.read(), cwd, server), body))
             elif name.startswith("absent "):
                 if glob.glob(os.path.join(cwd, name[7:])):
                     failures.append(f"{name}: file exists")
