@@ -32,8 +32,9 @@ int ParseHook(struct soap* soap) {
   Conn& c = ConnOf(soap);
   c.trusted_user.reset();
   c.basic.reset();
-  // Responses are compressed only for clients that said they accept it.
-  soap_clr_omode(soap, SOAP_ENC_ZLIB);
+  // Responses are compressed only for clients that said they accept it, and carry DIME
+  // attachments only for clients that sent DIME (a literal service inlines them otherwise).
+  soap_clr_omode(soap, SOAP_ENC_ZLIB | SOAP_ENC_DIME);
   int status = c.next_parse(soap);
   if (status) return status;
   std::string path = soap->path;
@@ -79,6 +80,8 @@ int ParseHeaderHook(struct soap* soap, const char* key, const char* val) {
       c.trusted_user = val;
     } else if (!strcasecmp(key, "Accept-Encoding") && strcasestr(val, "gzip")) {
       soap_set_omode(soap, SOAP_ENC_ZLIB);
+    } else if (!strcasecmp(key, "Content-Type") && !strncasecmp(val, "application/dime", 16)) {
+      soap_set_omode(soap, SOAP_ENC_DIME);
     } else if (!strcasecmp(key, "Authorization") && !strncasecmp(val, "Basic ", 6)) {
       int n = 0;
       const char* decoded = soap_base642s(soap, val + 6, nullptr, 0, &n);
