@@ -7,6 +7,7 @@
 #include "client/options.h"
 #include "client/session_commands.h"
 #include "shell/exec_thread.h"
+#include "soapH.h"
 
 namespace lexctl {
 namespace {
@@ -19,6 +20,10 @@ std::unique_ptr<ThreadData> NewThreadData(ExecThread& thread, const ThreadData* 
   }
   return std::make_unique<LocalData>(&thread);
 }
+
+// OpenSSL initialises itself on first use; gSOAP's eager set-up of every
+// cipher would cost each start-up several milliseconds.
+void ClientGlobalInit() { soap_ssl_noinit(); }
 
 void Append(std::vector<CommandRecord>& table, const CommandRecord* rows) {
   for (const CommandRecord* row = rows; row->name; ++row) table.push_back(*row);
@@ -46,6 +51,7 @@ void LinkClient() {
   binding.commands = ClientTable().data();
   binding.make_prompt = ClientPrompt;
   binding.create_thread_data = NewThreadData;
+  binding.global_init = ClientGlobalInit;
   RegisterClient(binding);
 }
 

@@ -1,13 +1,14 @@
 #include "client/curl_transport.h"
 
 #include <curl/curl.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <openssl/ssl.h>
 #include <strings.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <mutex>
+#include <type_traits>
 
 #include "soapH.h"
 
@@ -18,6 +19,44 @@ const char kPluginId[] = "lexctl3-curl";
 constexpr char kSystemCaFile[] = "/etc/ssl/certs/ca-certificates.crt";
 // A reply larger than this ends the call instead of filling memory.
 constexpr size_t kMaxReply = 256u << 20;
+
+// libcurl and the libraries it pulls in are many; they are loaded on the
+// first request of this layer so that start-up never pays for them.
+struct CurlApi {
+  decltype(&curl_global_init) global_init = nullptr;
+  decltype(&curl_easy_init) easy_init = nullptr;
+  decltype(&curl_easy_setopt) easy_setopt = nullptr;
+  decltype(&curl_easy_perform) easy_perform = nullptr;
+  decltype(&curl_easy_reset) easy_reset = nullptr;
+  decltype(&curl_easy_cleanup) easy_cleanup = nullptr;
+  decltype(&curl_easy_strerror) easy_strerror = nullptr;
+  decltype(&curl_slist_append) slist_append = nullptr;
+  decltype(&curl_slist_free_all) slist_free_all = nullptr;
+  bool loaded = false;
+};
+
+const CurlApi& Curl() {
+  static const CurlApi api = [] {
+    CurlApi loaded;
+    void* library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+    if (!library) return loaded;
+    auto bind = [library](auto& function, const char* name) {
+      function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
+      return function != nullptr;
+    };
+    loaded.loaded = bind(loaded.global_init, "curl_global_init") && bind(loaded.easy_init, "curl_easy_init") &&
+                    bind(loaded.easy_setopt, "curl_easy_setopt") &&
+                    bind(loaded.easy_perform, "curl_easy_perform") &&
+                    bind(loaded.easy_reset, "curl_easy_reset") &&
+                    bind(loaded.easy_cleanup, "curl_easy_cleanup") &&
+                    bind(loaded.easy_strerror, "curl_easy_strerror") &&
+                    bind(loaded.slist_append, "curl_slist_append") &&
+                    bind(loaded.slist_free_all, "curl_slist_free_all");
+    if (loaded.loaded) loaded.global_init(CURL_GLOBAL_DEFAULT);
+    return loaded;
+  }();
+  return api;
+}
 
 CurlTransport* Find(struct soap* soap) {
   return static_cast<CurlTransport*>(soap_lookup_plugin(soap, kPluginId));
@@ -140,7 +179,7 @@ int CurlTrace(CURL*, int type, char* data, size_t size, void* self) {
 CurlTransport::CurlTransport() = default;
 
 CurlTransport::~CurlTransport() {
-  if (curl_) curl_easy_cleanup(curl_);
+  if (curl_) Curl().easy_cleanup(curl_);
   if (null_fd_ >= 0) close(null_fd_);
   if (trace_) fclose(trace_);
 }
@@ -174,9 +213,11 @@ int CurlTransport::Send(const char* data, size_t size) {
 }
 
 int CurlTransport::Perform(struct soap* soap) {
-  static std::once_flag global_init;
-  std::call_once(global_init, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-  if (!curl_) curl_ = curl_easy_init();
+  const CurlApi& api = Curl();
+  if (!api.loaded) {
+    return soap_set_sender_error(soap, "libcurl (libcurl.so.4) could not be loaded", nullptr, SOAP_PLUGIN_ERROR);
+  }
+  if (!curl_) curl_ = api.easy_init();
   if (!curl_) return soap->error = SOAP_EOM;
   CURL* curl = curl_;
 
@@ -191,60 +232,60 @@ int CurlTransport::Perform(struct soap* soap) {
     std::string line = request.substr(line_start, line_end - line_start);
     size_t colon = line.find(':');
     if (colon != std::string::npos && !CurlOwnsHeader(line.substr(0, colon))) {
-      headers = curl_slist_append(headers, line.c_str());
+      headers = api.slist_append(headers, line.c_str());
     }
     line_start = line_end + 2;
   }
-  headers = curl_slist_append(headers, "Expect:");
+  headers = api.slist_append(headers, "Expect:");
   const char* body = request.data() + head_end + 4;
   size_t body_size = request.size() - head_end - 4;
 
-  curl_easy_reset(curl);
+  api.easy_reset(curl);
   char error_text[CURL_ERROR_SIZE] = "";
-  curl_easy_setopt(curl, CURLOPT_URL, url_.c_str());
-  curl_easy_setopt(curl, CURLOPT_POST, 1L);
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body);
-  curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_size));
-  curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(curl, CURLOPT_USERAGENT, (settings_.client_name + kClientVersionSuffix).c_str());
-  curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, error_text);
-  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, CurlWrite);
-  curl_easy_setopt(curl, CURLOPT_WRITEDATA, this);
-  curl_easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
-  curl_easy_setopt(curl, CURLOPT_HEADERDATA, this);
-  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(soap->connect_timeout));
+  api.easy_setopt(curl, CURLOPT_URL, url_.c_str());
+  api.easy_setopt(curl, CURLOPT_POST, 1L);
+  api.easy_setopt(curl, CURLOPT_POSTFIELDS, body);
+  api.easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_size));
+  api.easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+  api.easy_setopt(curl, CURLOPT_USERAGENT, (settings_.client_name + kClientVersionSuffix).c_str());
+  api.easy_setopt(curl, CURLOPT_ERRORBUFFER, error_text);
+  api.easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  api.easy_setopt(curl, CURLOPT_WRITEFUNCTION, CurlWrite);
+  api.easy_setopt(curl, CURLOPT_WRITEDATA, this);
+  api.easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
+  api.easy_setopt(curl, CURLOPT_HEADERDATA, this);
+  api.easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(soap->connect_timeout));
   // A receive time-out: the call ends when nothing arrives for that long.
-  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
-  curl_easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(soap->recv_timeout));
-  curl_easy_setopt(curl, CURLOPT_FORBID_REUSE, (soap->omode & SOAP_IO_KEEPALIVE) ? 0L : 1L);
-  if (soap->omode & SOAP_ENC_ZLIB) curl_easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+  api.easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(soap->recv_timeout));
+  api.easy_setopt(curl, CURLOPT_FORBID_REUSE, (soap->omode & SOAP_IO_KEEPALIVE) ? 0L : 1L);
+  if (soap->omode & SOAP_ENC_ZLIB) api.easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
   // An empty proxy also keeps libcurl from taking one from the environment.
   std::string proxy = soap->proxy_host ? "http://" + std::string(soap->proxy_host) + ":" +
                                              std::to_string(soap->proxy_port)
                                        : "";
-  curl_easy_setopt(curl, CURLOPT_PROXY, proxy.c_str());
+  api.easy_setopt(curl, CURLOPT_PROXY, proxy.c_str());
 
   bool check_dates = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoHost;
   bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
-  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-  curl_easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
-  if (!check_dates) curl_easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, IgnoreDates);
+  api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
+  api.easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
+  if (!check_dates) api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, IgnoreDates);
   std::string ca_file = settings_.ssl_ca_file;
   if (access(ca_file.c_str(), R_OK) != 0) ca_file = settings_.ssl_ca_dir.empty() ? kSystemCaFile : "";
-  curl_easy_setopt(curl, CURLOPT_CAINFO, ca_file.empty() ? nullptr : ca_file.c_str());
-  curl_easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
+  api.easy_setopt(curl, CURLOPT_CAINFO, ca_file.empty() ? nullptr : ca_file.c_str());
+  api.easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
   if (!settings_.ssl_key_file.empty()) {
-    curl_easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
-    curl_easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
+    api.easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
+    api.easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
     if (!settings_.ssl_key_password.empty()) {
-      curl_easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
+      api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
     }
   }
   if (trace_) {
-    curl_easy_setopt(curl, CURLOPT_VERBOSE, 1L);
-    curl_easy_setopt(curl, CURLOPT_DEBUGFUNCTION, CurlTrace);
-    curl_easy_setopt(curl, CURLOPT_DEBUGDATA, this);
+    api.easy_setopt(curl, CURLOPT_VERBOSE, 1L);
+    api.easy_setopt(curl, CURLOPT_DEBUGFUNCTION, CurlTrace);
+    api.easy_setopt(curl, CURLOPT_DEBUGDATA, this);
   }
 
   reply_headers_.clear();
@@ -252,10 +293,10 @@ int CurlTransport::Perform(struct soap* soap) {
   reply_.clear();
   reply_pos_ = 0;
   reply_too_large_ = false;
-  CURLcode code = curl_easy_perform(curl);
-  curl_slist_free_all(headers);
+  CURLcode code = api.easy_perform(curl);
+  api.slist_free_all(headers);
   if (code != CURLE_OK) {
-    std::string text = reply_too_large_ ? "reply too large" : *error_text ? error_text : curl_easy_strerror(code);
+    std::string text = reply_too_large_ ? "reply too large" : *error_text ? error_text : api.easy_strerror(code);
     reply_body_.clear();
     return soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, ErrorStatus(code));
   }

@@ -11,33 +11,48 @@
 namespace lexctl {
 namespace {
 
+// The library's status codes as the client reports them: users' scripts
+// and logs know these names and numbers, which the library has since
+// renumbered (PATCH and PATTERN were added), so the mapping goes by name.
 struct StatusText {
-  int status;
+  int status;  // the library's code
+  int number;  // the number reported
   const char* name;
 };
 
 constexpr StatusText kStatusNames[] = {
-    {0, "SOAP_OK"}, {1, "SOAP_CLI_FAULT"}, {2, "SOAP_SVR_FAULT"}, {3, "SOAP_TAG_MISMATCH"},
-    {4, "SOAP_TYPE"}, {5, "SOAP_SYNTAX_ERROR"}, {6, "SOAP_NO_TAG"}, {7, "SOAP_IOB"},
-    {8, "SOAP_MUSTUNDERSTAND"}, {9, "SOAP_NAMESPACE"}, {10, "SOAP_USER_ERROR"},
-    {11, "SOAP_FATAL_ERROR"}, {12, "SOAP_FAULT"}, {13, "SOAP_NO_METHOD"}, {14, "SOAP_NO_DATA"},
-    {15, "SOAP_GET_METHOD"}, {16, "SOAP_PUT_METHOD"}, {17, "SOAP_DEL_METHOD"},
-    {18, "SOAP_HEAD_METHOD"}, {19, "SOAP_HTTP_METHOD"}, {20, "SOAP_EOM"}, {21, "SOAP_MOE"},
-    {22, "SOAP_HDR"}, {23, "SOAP_NULL"}, {24, "SOAP_DUPLICATE_ID"}, {25, "SOAP_MISSING_ID"},
-    {26, "SOAP_HREF"}, {27, "SOAP_UDP_ERROR"}, {28, "SOAP_TCP_ERROR"}, {29, "SOAP_HTTP_ERROR"},
-    {30, "SOAP_SSL_ERROR"}, {31, "SOAP_ZLIB_ERROR"}, {32, "SOAP_DIME_ERROR"},
-    {33, "SOAP_DIME_HREF"}, {34, "SOAP_DIME_MISMATCH"}, {35, "SOAP_DIME_END"},
-    {36, "SOAP_MIME_ERROR"}, {37, "SOAP_MIME_HREF"}, {38, "SOAP_MIME_END"},
-    {39, "SOAP_VERSIONMISMATCH"}, {40, "SOAP_PLUGIN_ERROR"}, {41, "SOAP_DATAENCODINGUNKNOWN"},
-    {42, "SOAP_REQUIRED"}, {43, "SOAP_PROHIBITED"}, {44, "SOAP_OCCURS"}, {45, "SOAP_LENGTH"},
-    {46, "SOAP_FD_EXCEEDED"},
-    {101, "Upgrade"}, {200, "OK"}, {201, "Created"}, {202, "Accepted"}, {204, "No Content"},
-    {300, "Multiple Choices"}, {301, "Moved Permanently"}, {302, "Moved Temporarily"},
-    {304, "Not Modified"}, {400, "Bad Request"}, {401, "Unauthorized"}, {403, "Forbidden"},
-    {404, "Not Found"}, {405, "Method Not Allowed"}, {406, "Not Acceptable"},
-    {408, "Request Timeout"}, {413, "Request Too Large"}, {414, "Request URI Too Long"},
-    {415, "Unsupported Media Type"}, {500, "Internal Server Error"}, {501, "Not Implemented"},
-    {502, "Bad Gateway"}, {503, "Service Unavailable"},
+    {SOAP_OK, 0, "SOAP_OK"}, {SOAP_CLI_FAULT, 1, "SOAP_CLI_FAULT"},
+    {SOAP_SVR_FAULT, 2, "SOAP_SVR_FAULT"}, {SOAP_TAG_MISMATCH, 3, "SOAP_TAG_MISMATCH"},
+    {SOAP_TYPE, 4, "SOAP_TYPE"}, {SOAP_SYNTAX_ERROR, 5, "SOAP_SYNTAX_ERROR"},
+    {SOAP_NO_TAG, 6, "SOAP_NO_TAG"}, {SOAP_IOB, 7, "SOAP_IOB"},
+    {SOAP_MUSTUNDERSTAND, 8, "SOAP_MUSTUNDERSTAND"}, {SOAP_NAMESPACE, 9, "SOAP_NAMESPACE"},
+    {SOAP_USER_ERROR, 10, "SOAP_USER_ERROR"}, {SOAP_FATAL_ERROR, 11, "SOAP_FATAL_ERROR"},
+    {SOAP_FAULT, 12, "SOAP_FAULT"}, {SOAP_NO_METHOD, 13, "SOAP_NO_METHOD"},
+    {SOAP_NO_DATA, 14, "SOAP_NO_DATA"}, {SOAP_GET_METHOD, 15, "SOAP_GET_METHOD"},
+    {SOAP_PUT_METHOD, 16, "SOAP_PUT_METHOD"}, {SOAP_DEL_METHOD, 17, "SOAP_DEL_METHOD"},
+    {SOAP_HTTP_METHOD, 19, "SOAP_HTTP_METHOD"}, {SOAP_EOM, 20, "SOAP_EOM"},
+    {SOAP_MOE, 21, "SOAP_MOE"}, {SOAP_HDR, 22, "SOAP_HDR"}, {SOAP_NULL, 23, "SOAP_NULL"},
+    {SOAP_DUPLICATE_ID, 24, "SOAP_DUPLICATE_ID"}, {SOAP_MISSING_ID, 25, "SOAP_MISSING_ID"},
+    {SOAP_HREF, 26, "SOAP_HREF"}, {SOAP_UDP_ERROR, 27, "SOAP_UDP_ERROR"},
+    {SOAP_TCP_ERROR, 28, "SOAP_TCP_ERROR"}, {SOAP_HTTP_ERROR, 29, "SOAP_HTTP_ERROR"},
+    {SOAP_SSL_ERROR, 30, "SOAP_SSL_ERROR"}, {SOAP_ZLIB_ERROR, 31, "SOAP_ZLIB_ERROR"},
+    {SOAP_DIME_ERROR, 32, "SOAP_DIME_ERROR"}, {SOAP_DIME_HREF, 33, "SOAP_DIME_HREF"},
+    {SOAP_DIME_MISMATCH, 34, "SOAP_DIME_MISMATCH"}, {SOAP_DIME_END, 35, "SOAP_DIME_END"},
+    {SOAP_MIME_ERROR, 36, "SOAP_MIME_ERROR"}, {SOAP_MIME_HREF, 37, "SOAP_MIME_HREF"},
+    {SOAP_MIME_END, 38, "SOAP_MIME_END"}, {SOAP_VERSIONMISMATCH, 39, "SOAP_VERSIONMISMATCH"},
+    {SOAP_PLUGIN_ERROR, 40, "SOAP_PLUGIN_ERROR"},
+    {SOAP_DATAENCODINGUNKNOWN, 41, "SOAP_DATAENCODINGUNKNOWN"},
+    {SOAP_REQUIRED, 42, "SOAP_REQUIRED"}, {SOAP_PROHIBITED, 43, "SOAP_PROHIBITED"},
+    {SOAP_OCCURS, 44, "SOAP_OCCURS"}, {SOAP_LENGTH, 45, "SOAP_LENGTH"},
+    {SOAP_FD_EXCEEDED, 46, "SOAP_FD_EXCEEDED"},
+    {101, 101, "Upgrade"}, {200, 200, "OK"}, {201, 201, "Created"}, {202, 202, "Accepted"},
+    {204, 204, "No Content"}, {300, 300, "Multiple Choices"}, {301, 301, "Moved Permanently"},
+    {302, 302, "Moved Temporarily"}, {304, 304, "Not Modified"}, {400, 400, "Bad Request"},
+    {401, 401, "Unauthorized"}, {403, 403, "Forbidden"}, {404, 404, "Not Found"},
+    {405, 405, "Method Not Allowed"}, {406, 406, "Not Acceptable"}, {408, 408, "Request Timeout"},
+    {413, 413, "Request Too Large"}, {414, 414, "Request URI Too Long"},
+    {415, 415, "Unsupported Media Type"}, {500, 500, "Internal Server Error"},
+    {501, 501, "Not Implemented"}, {502, 502, "Bad Gateway"}, {503, 503, "Service Unavailable"},
 };
 
 }  // namespace
@@ -52,9 +67,13 @@ void SoapException::Print(ExecThread& thread) const {
   PrintWarnings(thread, dynamic_cast<LocalData*>(thread.data.get()), items_);
 }
 
-const char* StatusName(int status) {
+const char* StatusName(int status, int* number) {
+  if (number) *number = status;
   for (const StatusText& entry : kStatusNames) {
-    if (entry.status == status) return entry.name;
+    if (entry.status == status) {
+      if (number) *number = entry.number;
+      return entry.name;
+    }
   }
   return "UNKNOWN";
 }
@@ -65,7 +84,9 @@ void RaiseOnError(int status, LocalData& data) {
   if (status != SOAP_CLI_FAULT && status != SOAP_SVR_FAULT) {
     const char* fault = *soap_faultstring(soap);
     char text[200];
-    snprintf(text, sizeof(text), "%s (%d): %s", StatusName(status), status, fault ? fault : "Unknown");
+    int number;
+    const char* name = StatusName(status, &number);
+    snprintf(text, sizeof(text), "%s (%d): %s", name, number, fault ? fault : "Unknown");
     // No half-used connection may survive a transport failure.
     data.RebuildContext();
     throw ToolException(text);

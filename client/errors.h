@@ -45,8 +45,9 @@ class SoapException : public Exception {
   Items items_;
 };
 
-/// The name of a SOAP library status or HTTP status ("UNKNOWN" for others).
-const char* StatusName(int status);
+/// The name of a SOAP library status or HTTP status ("UNKNOWN" for others),
+/// and in *number the number the client reports for it.
+const char* StatusName(int status, int* number = nullptr);
 
 /// Throws for a failed call (status not 0): ToolException for transport
 /// errors (after rebuilding the connection), SoapException for faults,
