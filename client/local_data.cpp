@@ -85,8 +85,8 @@ SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char
   SSL_free(soap->ssl);
   soap->ssl = nullptr;
   soap->fclosesocket(soap, socket);
-  soap_set_sender_error(soap, "SSL/TLS error",
-                        "the server's certificate does not match its host name", SOAP_SSL_ERROR);
+  soap_set_sender_error(soap, "SSL/TLS error: the server's certificate does not match its host name",
+                        nullptr, SOAP_SSL_ERROR);
   return SOAP_INVALID_SOCKET;
 }
 

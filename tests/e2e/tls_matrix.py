@@ -1,0 +1,145 @@
+#!/usr/bin/env python3
+"""HTTPS certificate checks of both comms layers against lexsim.
+
+Makes a throw-away certificate authority with the openssl command, starts
+lexsim with one server certificate at a time, and runs `test` under every
+sslauth mode on both layers. Each layer must judge host names as strictly as
+curl does, and each mode must relax exactly what it names."""
+import os
+import subprocess
+import sys
+import tempfile
+
+sys.path.insert(0, os.path.dirname(__file__))
+from run_case import Lexsim  # noqa: E402
+
+MODES = ["full", "noexpire", "nohost", "minimum", "none"]
+OK, NO = True, False
+
+
+def openssl(*args, cwd):
+    subprocess.run(["openssl", *args], cwd=cwd, check=True, stdout=subprocess.DEVNULL,
+                   stderr=subprocess.DEVNULL, timeout=60)
+
+
+def make_ca(name, cwd):
+    openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", f"{name}.key", "-out",
+            f"{name}.pem", "-days", "30", "-subj", f"/CN={name}",
+            "-addext", "basicConstraints=critical,CA:TRUE", "-addext", "keyUsage=keyCertSign,cRLSign",
+            cwd=cwd)
+    os.makedirs(os.path.join(cwd, f"{name}.db"), exist_ok=True)
+    open(os.path.join(cwd, f"{name}.db", "index.txt"), "w").close()
+    with open(os.path.join(cwd, f"{name}.cnf"), "w") as f:
+        f.write(f"""[ca]
+default_ca = ca
+[ca]
+dir = {name}.db
+database = $dir/index.txt
+new_certs_dir = $dir
+serial = $dir/serial
+certificate = {name}.pem
+private_key = {name}.key
+default_md = sha256
+policy = any
+unique_subject = no
+copy_extensions = copy
+[any]
+commonName = supplied
+""")
+    with open(os.path.join(cwd, f"{name}.db", "serial"), "w") as f:
+        f.write("1000\n")
+
+
+def make_cert(name, cn, sans, cwd, ca="ca", start=None, end=None, self_signed=False):
+    ext = ["-addext", f"subjectAltName={','.join(sans)}"] if sans else []
+    if self_signed:
+        openssl("req", "-x509", "-newkey", "rsa:2048", "-nodes", "-keyout", f"{name}.key", "-out",
+                f"{name}.pem", "-days", "30", "-subj", f"/CN={cn}", *ext, cwd=cwd)
+        return
+    openssl("req", "-new", "-newkey", "rsa:2048", "-nodes", "-keyout", f"{name}.key", "-out",
+            f"{name}.csr", "-subj", f"/CN={cn}", *ext, cwd=cwd)
+    dates = ["-startdate", start, "-enddate", end] if start else ["-days", "30"]
+    openssl("ca", "-batch", "-config", f"{ca}.cnf", "-in", f"{name}.csr", "-out", f"{name}.pem",
+            "-notext", *dates, cwd=cwd)
+
+
+# name: (cn, sans, options, expected per mode for gsoap, for windows)
+LOCAL = ["DNS:localhost", "IP:127.0.0.1"]
+STRICT_ONLY_CA = {"full": NO, "noexpire": NO, "nohost": NO, "minimum": NO, "none": OK}
+HOST_RELAXED = {"full": NO, "noexpire": NO, "nohost": OK, "minimum": OK, "none": OK}
+DATE_RELAXED = {"full": NO, "noexpire": OK, "nohost": NO, "minimum": OK, "none": OK}
+CASES = {
+    "good": ("localhost", LOCAL, {}, dict.fromkeys(MODES, OK)),
+    "selfsigned": ("localhost", LOCAL, {"self_signed": True}, STRICT_ONLY_CA),
+    "untrusted": ("localhost", LOCAL, {"ca": "other"}, STRICT_ONLY_CA),
+    "otherhost": ("other.example", ["DNS:other.example"], {}, HOST_RELAXED),
+    "expired": ("localhost", LOCAL, {"start": "20200101000000Z", "end": "20210101000000Z"}, DATE_RELAXED),
+    "notyet": ("localhost", LOCAL, {"start": "20400101000000Z", "end": "20410101000000Z"}, DATE_RELAXED),
+    "sanwrong": ("localhost", ["DNS:other.example"], {}, HOST_RELAXED),
+    "star": ("*", ["DNS:*"], {}, HOST_RELAXED),
+    "dash": ("localh-st", ["DNS:localh-st"], {}, HOST_RELAXED),
+}
+
+
+def run_modes(lexctl, cwd, url, layer, extra=()):
+    lines = []
+    for mode in MODES:
+        lines += [f"setopt server {url}", f"setopt commslayer {layer}", f"setopt sslauth {mode}",
+                  *extra, "@echo RESULT-START", "test -string tls", "@echo RESULT-END"]
+    with open(os.path.join(cwd, "modes.lex"), "w") as f:
+        f.write("\n".join(lines) + "\n")
+    proc = subprocess.run([lexctl, "--script", "modes.lex"], cwd=cwd, capture_output=True, text=True,
+                          timeout=300, env=dict(os.environ, HOME=cwd))
+    results = []
+    for chunk in proc.stdout.split("RESULT-START")[1:]:
+        body = chunk.split("RESULT-END")[0]
+        results.append("OK." in body)
+    if len(results) != len(MODES):
+        raise AssertionError(f"unexpected output:\n{proc.stdout}\n{proc.stderr}")
+    return dict(zip(MODES, results)), proc.stdout
+
+
+def main():
+    lexctl, lexsim = sys.argv[1], sys.argv[2]
+    failures = []
+    with tempfile.TemporaryDirectory(prefix="lexctl3-tls-") as cwd:
+        make_ca("ca", cwd)
+        make_ca("other", cwd)
+        for name, (cn, sans, options, _) in CASES.items():
+            make_cert(name, cn, sans, cwd, **options)
+        # The CA file is given by name; cacert.pem in the folder is the default one.
+        for name, (_, _, _, expected) in CASES.items():
+            sim = Lexsim(lexsim, ["--tls-cert", f"{name}.pem", "--tls-key", f"{name}.key"], cwd)
+            try:
+                port = sim.server.rsplit(":", 1)[1]
+                for layer in ("gsoap", "windows"):
+                    want = dict(expected)
+                    if layer == "windows" and name in ("selfsigned", "untrusted"):
+                        want["none"] = NO  # "none" is "minimum" on libcurl
+                    got, out = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
+                                         ["setopt sslcafile ca.pem"])
+                    for mode in MODES:
+                        if got[mode] != want[mode]:
+                            failures.append(f"{name} {layer} {mode}: {'accepted' if got[mode] else 'refused'},"
+                                            f" expected {'accepted' if want[mode] else 'refused'}")
+                    if name == "good":
+                        ip, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{port}", layer, ["setopt sslcafile ca.pem"])
+                        if not all(ip.values()):
+                            failures.append(f"good {layer}: IP host with the IP in the SAN refused: {ip}")
+                        # The default CA file: cacert.pem in the current folder.
+                        os.link(os.path.join(cwd, "ca.pem"), os.path.join(cwd, "cacert.pem"))
+                        dflt, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer)
+                        os.unlink(os.path.join(cwd, "cacert.pem"))
+                        if not all(dflt.values()):
+                            failures.append(f"good {layer}: default cacert.pem not used: {dflt}")
+            finally:
+                sim.stop()
+    total = len(CASES) * 2 * len(MODES)
+    for failure in failures:
+        print("FAIL:", failure)
+    print(f"tls_matrix: {total - len(failures)} passed, {len(failures)} failed")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
