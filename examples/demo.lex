@@ -26,9 +26,20 @@ threads start worker examples/worker.lex
 threads join worker
 echo The worker left a message: {{worker_message}}
 
+# The server: lexsim when run from scripts/demo.sh, which sets {{server}};
+# a default after ":" cannot itself hold a colon, hence "localhost" alone.
+setopt server {{server:localhost}}
+versions
+test -string "Hello, Lexary" -number 42
+setopt userid admin
+setopt passwd admin
+pwhash -h
+creates full
+test -string "signed with the session token"
+ends
+
 timer stop demo
 timer tell demo
-setopt
 setvar
 tee
 echo Everything above was copied to demo-output.txt.
