@@ -18,7 +18,7 @@ namespace {
 const char kPluginId[] = "lexctl3-curl";
 constexpr char kSystemCaFile[] = "/etc/ssl/certs/ca-certificates.crt";
 // A reply larger than this ends the call instead of filling memory.
-constexpr size_t kMaxReply = 256u << 20;
+constexpr size_t kMaxReply = 64u << 20;
 
 // libcurl and the libraries it pulls in are many; they are loaded on the
 // first request of this layer so that start-up never pays for them.

@@ -82,7 +82,12 @@ void RaiseOnError(int status, LocalData& data) {
   if (status == SOAP_OK) return;
   struct soap* soap = data.context();
   if (status != SOAP_CLI_FAULT && status != SOAP_SVR_FAULT) {
+    // Let the library describe failures that came without a fault of their own
+    // (end of input, a reply that is not SOAP, time-outs).
+    if (!*soap_faultstring(soap)) soap_set_fault(soap);
     const char* fault = *soap_faultstring(soap);
+    // A successful HTTP status with a failed call: the body was no SOAP reply.
+    if (status >= 200 && status < 300) fault = "The reply is not a complete SOAP message";
     char text[200];
     int number;
     const char* name = StatusName(status, &number);
