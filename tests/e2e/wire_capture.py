@@ -1,0 +1,116 @@
+#!/usr/bin/env python3
+"""A recording HTTP relay on loopback: forwards every request to a target
+server (or, for proxy-form requests, to the host they name) and writes what
+crossed the wire to a JSON-lines log, one record per request.
+
+Usage: wire_capture.py TARGET_HOST TARGET_PORT LOG — prints its port first."""
+import json
+import socket
+import sys
+import threading
+
+LIFETIME = 300
+
+
+def read_message(sock, buffer):
+    """Reads one HTTP message (head and Content-Length body) from sock."""
+    while b"\r\n\r\n" not in buffer:
+        chunk = sock.recv(65536)
+        if not chunk:
+            return None, buffer
+        buffer += chunk
+    head, _, rest = buffer.partition(b"\r\n\r\n")
+    length = 0
+    for line in head.split(b"\r\n")[1:]:
+        name, _, value = line.partition(b":")
+        if name.strip().lower() == b"content-length":
+            length = int(value)
+    while len(rest) < length:
+        chunk = sock.recv(65536)
+        if not chunk:
+            return None, buffer
+        rest += chunk
+    return (head, rest[:length]), rest[length:]
+
+
+def headers_of(head):
+    lines = head.decode("latin-1").split("\r\n")
+    return lines[0], [line.split(":", 1)[0].strip() + ":" + line.split(":", 1)[1].strip()
+                      for line in lines[1:] if ":" in line]
+
+
+class Relay:
+    def __init__(self, target, log_path):
+        self.target = target
+        self.log = open(log_path, "a")
+        self.lock = threading.Lock()
+        self.connections = 0
+
+    def record(self, entry):
+        with self.lock:
+            self.log.write(json.dumps(entry) + "\n")
+            self.log.flush()
+
+    def serve(self, client):
+        with self.lock:
+            self.connections += 1
+            conn_id = self.connections
+        upstream = None
+        pending = b""
+        try:
+            client.settimeout(30)
+            while True:
+                message, pending = read_message(client, pending)
+                if not message:
+                    return
+                head, body = message
+                request_line, headers = headers_of(head)
+                target = self.target
+                method, uri, version = request_line.split(" ", 2)
+                if uri.startswith("http://"):  # proxy form: relay to the named host
+                    hostport = uri[7:].split("/", 1)[0]
+                    host, _, port = hostport.partition(":")
+                    target = (host, int(port or 80))
+                    uri = "/" + uri[7:].split("/", 1)[1]
+                if upstream is None:
+                    upstream = socket.create_connection(target, timeout=30)
+                forwarded = f"{method} {uri} {version}".encode() + head[len(request_line):] + b"\r\n\r\n" + body
+                upstream.sendall(forwarded)
+                reply, rest = read_message(upstream, b"")
+                if not reply:
+                    return
+                reply_line, reply_headers = headers_of(reply[0])
+                self.record({"connection": conn_id, "request_line": request_line, "headers": headers,
+                             "body_start": body[:4].hex(), "create_session": b"CreateSession" in body,
+                             "reply_line": reply_line,
+                             "reply_headers": reply_headers})
+                client.sendall(reply[0] + b"\r\n\r\n" + reply[1])
+                if any(h.lower() == "connection:close" for h in reply_headers):
+                    return
+        except OSError:
+            pass
+        finally:
+            client.close()
+            if upstream:
+                upstream.close()
+
+
+def main():
+    host, port, log_path = sys.argv[1], int(sys.argv[2]), sys.argv[3]
+    relay = Relay((host, port), log_path)
+    listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind(("127.0.0.1", 0))
+    listener.listen(16)
+    print(listener.getsockname()[1], flush=True)
+    listener.settimeout(LIFETIME)
+    try:
+        while True:
+            client, _ = listener.accept()
+            threading.Thread(target=relay.serve, args=(client,), daemon=True).start()
+    except (socket.timeout, KeyboardInterrupt):
+        pass
+
+
+if __name__ == "__main__":
+    main()

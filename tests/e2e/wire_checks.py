@@ -1,0 +1,115 @@
+#!/usr/bin/env python3
+"""What lexctl3 puts on the wire, seen by a recording relay between it and
+lexsim, on both comms layers: compression only when asked, the trust and
+forwarding headers, Basic authentication on CreateSession only, the user
+agent, keep-alive, and requests through an HTTP proxy."""
+import base64
+import json
+import os
+import subprocess
+import sys
+import tempfile
+
+sys.path.insert(0, os.path.dirname(__file__))
+from run_case import Lexsim  # noqa: E402
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+ADMIN_HASH = "22acb1a0beb75bd6854f515c27a2538da06ffdee"  # HMAC-SHA1("admin", "admin")
+
+
+def header(record, name, side="headers"):
+    for line in record[side]:
+        key, _, value = line.partition(":")
+        if key.lower() == name.lower():
+            return value
+    return None
+
+
+def run(lexctl, cwd, lines):
+    with open(os.path.join(cwd, "wire.lex"), "w") as f:
+        f.write("\n".join(lines) + "\n")
+    proc = subprocess.run([lexctl, "--script", "wire.lex"], cwd=cwd, capture_output=True, text=True,
+                          timeout=120, env=dict(os.environ, HOME=cwd))
+    return proc.stdout
+
+
+def main():
+    lexctl, lexsim = sys.argv[1], sys.argv[2]
+    failures = []
+
+    def check(condition, what):
+        if not condition:
+            failures.append(what)
+
+    with tempfile.TemporaryDirectory(prefix="lexctl3-wire-") as cwd:
+        sim = Lexsim(lexsim, [], cwd)
+        sim_port = int(sim.server.rsplit(":", 1)[1])
+        log = os.path.join(cwd, "wire.jsonl")
+        relay = subprocess.Popen([sys.executable, os.path.join(HERE, "wire_capture.py"), "127.0.0.1",
+                                  str(sim_port), log], stdout=subprocess.PIPE, text=True)
+        relay_port = int(relay.stdout.readline())
+        try:
+            for layer in ("gsoap", "windows"):
+                common = [f"setopt commslayer {layer}", "setopt userid admin", "setopt passwd admin"]
+                # Defaults: no compression, keep-alive, extra headers set.
+                open(log, "w").close()
+                out = run(lexctl, cwd, [f"setopt server http://127.0.0.1:{relay_port}", *common,
+                                        "setopt trustheader X-Trusted-User", "setopt forwardedfor 10.1.2.3",
+                                        "test -string a", "test -string b", "creates full", "test -string c",
+                                        "ends"])
+                records = [json.loads(line) for line in open(log)]
+                check(out.count("OK.") == 3 and "OK\n" in out, f"{layer}: calls failed:\n{out}")
+                check(len(records) == 5, f"{layer}: {len(records)} requests recorded, expected 5")
+                check(len({r["connection"] for r in records}) == 1, f"{layer}: keep-alive used "
+                      f"{len({r['connection'] for r in records})} connections")
+                for r in records:
+                    check(header(r, "Accept-Encoding") is None, f"{layer}: Accept-Encoding sent uncompressed")
+                    check(header(r, "Content-Encoding") is None, f"{layer}: request compressed uncompressed")
+                    check(header(r, "Content-Encoding", "reply_headers") is None, f"{layer}: reply compressed")
+                    check(header(r, "X-Trusted-User") == "admin", f"{layer}: trust header {header(r, 'X-Trusted-User')}")
+                    check(header(r, "X-Forwarded-For") == "10.1.2.3", f"{layer}: X-Forwarded-For missing")
+                    auth = header(r, "Authorization")
+                    if r["create_session"]:
+                        want = "Basic " + base64.b64encode(f"admin:{ADMIN_HASH}".encode()).decode()
+                        check(auth == want, f"{layer}: CreateSession authorization {auth!r}")
+                    else:
+                        check(auth is None, f"{layer}: Authorization sent outside CreateSession")
+                    if layer == "windows":
+                        check(header(r, "User-Agent") == "lexctl3 4.7.2 R52475",
+                              f"windows: user agent {header(r, 'User-Agent')!r}")
+
+                # Compression on, keep-alive off.
+                open(log, "w").close()
+                out = run(lexctl, cwd, [f"setopt server http://127.0.0.1:{relay_port}", *common,
+                                        "setopt compress true", "setopt keepalive false",
+                                        "test -string compressed", "test -string again"])
+                records = [json.loads(line) for line in open(log)]
+                check(out.count("OK.") == 2, f"{layer}: compressed calls failed:\n{out}")
+                check(len({r["connection"] for r in records}) == 2, f"{layer}: keep-alive off reused a connection")
+                for r in records:
+                    check(header(r, "Content-Encoding") == "gzip" and r["body_start"].startswith("1f8b"),
+                          f"{layer}: request body not gzip: {r['body_start']} {header(r, 'Content-Encoding')}")
+                    check(header(r, "Accept-Encoding") is not None, f"{layer}: no Accept-Encoding with compression")
+                    check(header(r, "Content-Encoding", "reply_headers") == "gzip", f"{layer}: reply not gzip")
+
+                # Through an HTTP proxy: the request names the server in full.
+                open(log, "w").close()
+                out = run(lexctl, cwd, [f"setopt server http://127.0.0.1:{sim_port}", *common,
+                                        f"setopt proxy 127.0.0.1:{relay_port}", "test -string proxied"])
+                records = [json.loads(line) for line in open(log)]
+                check("OK." in out, f"{layer}: proxied call failed:\n{out}")
+                check(len(records) == 1 and records[0]["request_line"].startswith(
+                    f"POST http://127.0.0.1:{sim_port}/nvsoap/nvsoap.cgi "),
+                    f"{layer}: not sent through the proxy: {[r['request_line'] for r in records]}")
+        finally:
+            relay.kill()
+            relay.wait()
+            sim.stop()
+    for failure in failures:
+        print("FAIL:", failure)
+    print(f"wire_checks: {0 if failures else 1} passed, {len(failures)} failed")
+    return 1 if failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
