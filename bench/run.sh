@@ -9,3 +9,5 @@ cmake -S "$top" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$build" -j "$(nproc)" --target lexctl3 >/dev/null
 python3 "$top/bench/startup.py" "$build/app/lexctl3"
 python3 "$top/bench/script_speed.py" "$build/app/lexctl3"
+cmake --build "$build" -j "$(nproc)" --target lexsim bench_echo_reference bench_capture_echo >/dev/null
+"$top/bench/sim/run_sim_bench.sh" "$build"
