@@ -92,6 +92,27 @@ def main():
                     check(header(r, "Accept-Encoding") is not None, f"{layer}: no Accept-Encoding with compression")
                     check(header(r, "Content-Encoding", "reply_headers") == "gzip", f"{layer}: reply not gzip")
 
+                # Debug logs hold what was sent and received, never a clear password.
+                out = run(lexctl, cwd, [f"setopt server http://127.0.0.1:{sim_port}", f"setopt commslayer {layer}",
+                                        "setopt userid admin", "setopt passwd s3cret-admin-pw",
+                                        f"setopt soapdebug dbg-{layer}", f"setopt wininetlog trace-{layer}.log",
+                                        "test -string logged", "setopt soapdebug off", "setopt wininetlog off",
+                                        "test -string not-logged"])
+                sent = open(os.path.join(cwd, f"dbg-{layer}-sent.log"), errors="replace").read()
+                received = open(os.path.join(cwd, f"dbg-{layer}-recv.log"), errors="replace").read()
+                check("logged" in sent and "not-logged" not in sent, f"{layer}: sent log wrong:\n{sent[:800]}")
+                check("Envelope" in received, f"{layer}: receive log lacks the reply")
+                check(os.path.exists(os.path.join(cwd, f"dbg-{layer}-test.log")), f"{layer}: no test log")
+                trace_path = os.path.join(cwd, f"trace-{layer}.log")
+                if layer == "windows":
+                    trace = open(trace_path, errors="replace").read()
+                    check("POST /nvsoap/nvsoap.cgi" in trace and "not-logged" not in trace,
+                          f"windows: libcurl trace wrong:\n{trace[:800]}")
+                    logs = sent + received + trace
+                else:
+                    logs = sent + received
+                check("s3cret-admin-pw" not in logs, f"{layer}: clear password in a debug log")
+
                 # Through an HTTP proxy: the request names the server in full.
                 open(log, "w").close()
                 out = run(lexctl, cwd, [f"setopt server http://127.0.0.1:{sim_port}", *common,
