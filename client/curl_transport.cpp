@@ -10,13 +10,13 @@
 #include <cstring>
 #include <type_traits>
 
+#include "client/tls_checks.h"
 #include "soapH.h"
 
 namespace lexctl {
 namespace {
 
 const char kPluginId[] = "lexctl3-curl";
-constexpr char kSystemCaFile[] = "/etc/ssl/certs/ca-certificates.crt";
 // A reply larger than this ends the call instead of filling memory.
 constexpr size_t kMaxReply = 64u << 20;
 
@@ -87,16 +87,6 @@ int Register(struct soap* soap, struct soap_plugin* plugin, void* arg) {
   return SOAP_OK;
 }
 
-int VerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
-  if (!ok) {
-    int error = X509_STORE_CTX_get_error(store);
-    if (error == X509_V_ERR_CERT_HAS_EXPIRED || error == X509_V_ERR_CERT_NOT_YET_VALID) {
-      X509_STORE_CTX_set_error(store, X509_V_OK);
-      return 1;
-    }
-  }
-  return ok;
-}
 
 CURLcode IgnoreDates(CURL*, void* ssl_ctx, void*) {
   SSL_CTX_set_verify(static_cast<SSL_CTX*>(ssl_ctx), SSL_VERIFY_PEER, VerifyIgnoringDates);
@@ -271,8 +261,7 @@ int CurlTransport::Perform(struct soap* soap) {
   api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
   api.easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
   if (!check_dates) api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, IgnoreDates);
-  std::string ca_file = settings_.ssl_ca_file;
-  if (access(ca_file.c_str(), R_OK) != 0) ca_file = settings_.ssl_ca_dir.empty() ? kSystemCaFile : "";
+  std::string ca_file = CaFileFor(settings_);
   api.easy_setopt(curl, CURLOPT_CAINFO, ca_file.empty() ? nullptr : ca_file.c_str());
   api.easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
   if (!settings_.ssl_key_file.empty()) {

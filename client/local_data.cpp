@@ -1,4 +1,5 @@
 #include "client/local_data.h"
+#include "client/tls_checks.h"
 
 #include <arpa/inet.h>
 #include <openssl/ssl.h>
@@ -20,7 +21,6 @@
 namespace lexctl {
 namespace {
 
-constexpr char kSystemCaFile[] = "/etc/ssl/certs/ca-certificates.crt";
 // A reply larger than this is refused rather than held in memory.
 constexpr ULONG64 kMaxReply = 64ull << 20;
 
@@ -48,18 +48,6 @@ int ParseHeader(struct soap* soap, const char* key, const char* value) {
   return hooks->parsehdr(soap, key, value);
 }
 
-// Clears only the validity-date errors, so that expired and not-yet-valid
-// certificates pass while untrusted or self-signed ones still fail.
-int VerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
-  if (!ok) {
-    int error = X509_STORE_CTX_get_error(store);
-    if (error == X509_V_ERR_CERT_HAS_EXPIRED || error == X509_V_ERR_CERT_NOT_YET_VALID) {
-      X509_STORE_CTX_set_error(store, X509_V_OK);
-      return 1;
-    }
-  }
-  return ok;
-}
 
 bool IsIpAddress(const std::string& host) {
   unsigned char buffer[16];
@@ -168,8 +156,7 @@ void SoapClient::RebuildContext() {
     unsigned short flags = mode == kSslNone ? SOAP_SSL_NO_AUTHENTICATION
                                             : SOAP_SSL_REQUIRE_SERVER_AUTHENTICATION | SOAP_SSL_SKIP_HOST_CHECK;
     flags |= SOAP_SSL_NO_DEFAULT_CA_PATH;
-    std::string ca_file = settings.ssl_ca_file;
-    if (access(ca_file.c_str(), R_OK) != 0) ca_file = settings.ssl_ca_dir.empty() ? kSystemCaFile : "";
+    std::string ca_file = CaFileFor(settings);
     if (soap_ssl_client_context(fresh, flags, settings.ssl_key_file.empty() ? nullptr : settings.ssl_key_file.c_str(),
                                 settings.ssl_key_password.empty() ? nullptr : settings.ssl_key_password.c_str(),
                                 ca_file.empty() ? nullptr : ca_file.c_str(),
