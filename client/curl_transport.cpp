@@ -177,6 +177,7 @@ CurlTransport::~CurlTransport() {
 void CurlTransport::Attach(struct soap* soap, const TransportSettings& settings, int ssl_mode) {
   settings_ = settings;
   ssl_mode_ = ssl_mode;
+  configured_ = false;
   // The whole message is built first, so it goes out with a Content-Length.
   soap->omode = (soap->omode & ~SOAP_IO) | SOAP_IO_STORE;
   soap_register_plugin_arg(soap, Register, this);
@@ -230,51 +231,56 @@ int CurlTransport::Perform(struct soap* soap) {
   const char* body = request.data() + head_end + 4;
   size_t body_size = request.size() - head_end - 4;
 
-  api.easy_reset(curl);
   char error_text[CURL_ERROR_SIZE] = "";
+  if (!configured_) {
+    // Options that only change with the settings are set once per context.
+    api.easy_reset(curl);
+    api.easy_setopt(curl, CURLOPT_POST, 1L);
+    api.easy_setopt(curl, CURLOPT_USERAGENT, (settings_.client_name + kClientVersionSuffix).c_str());
+    api.easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+    api.easy_setopt(curl, CURLOPT_WRITEFUNCTION, CurlWrite);
+    api.easy_setopt(curl, CURLOPT_WRITEDATA, this);
+    api.easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
+    api.easy_setopt(curl, CURLOPT_HEADERDATA, this);
+    api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    bool check_dates = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoHost;
+    bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
+    api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
+    api.easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
+    if (!check_dates) api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, IgnoreDates);
+    ca_file_ = CaFileFor(settings_);
+    api.easy_setopt(curl, CURLOPT_CAINFO, ca_file_.empty() ? nullptr : ca_file_.c_str());
+    api.easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
+    if (!settings_.ssl_key_file.empty()) {
+      api.easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
+      api.easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
+      if (!settings_.ssl_key_password.empty()) {
+        api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
+      }
+    }
+    configured_ = true;
+  }
   api.easy_setopt(curl, CURLOPT_URL, url_.c_str());
-  api.easy_setopt(curl, CURLOPT_POST, 1L);
   api.easy_setopt(curl, CURLOPT_POSTFIELDS, body);
   api.easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_size));
   api.easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-  api.easy_setopt(curl, CURLOPT_USERAGENT, (settings_.client_name + kClientVersionSuffix).c_str());
   api.easy_setopt(curl, CURLOPT_ERRORBUFFER, error_text);
-  api.easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-  api.easy_setopt(curl, CURLOPT_WRITEFUNCTION, CurlWrite);
-  api.easy_setopt(curl, CURLOPT_WRITEDATA, this);
-  api.easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
-  api.easy_setopt(curl, CURLOPT_HEADERDATA, this);
   api.easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(soap->connect_timeout));
   // A receive time-out: the call ends when nothing arrives for that long.
-  api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
   api.easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(soap->recv_timeout));
   api.easy_setopt(curl, CURLOPT_FORBID_REUSE, (soap->omode & SOAP_IO_KEEPALIVE) ? 0L : 1L);
-  if (soap->omode & SOAP_ENC_ZLIB) api.easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  api.easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, (soap->omode & SOAP_ENC_ZLIB) ? "gzip, deflate" : nullptr);
   // An empty proxy also keeps libcurl from taking one from the environment.
   std::string proxy = soap->proxy_host ? "http://" + std::string(soap->proxy_host) + ":" +
                                              std::to_string(soap->proxy_port)
                                        : "";
   api.easy_setopt(curl, CURLOPT_PROXY, proxy.c_str());
-
-  bool check_dates = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoHost;
-  bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
-  api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-  api.easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
-  if (!check_dates) api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, IgnoreDates);
-  std::string ca_file = CaFileFor(settings_);
-  api.easy_setopt(curl, CURLOPT_CAINFO, ca_file.empty() ? nullptr : ca_file.c_str());
-  api.easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
-  if (!settings_.ssl_key_file.empty()) {
-    api.easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
-    api.easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
-    if (!settings_.ssl_key_password.empty()) {
-      api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
-    }
-  }
   if (trace_) {
     api.easy_setopt(curl, CURLOPT_VERBOSE, 1L);
     api.easy_setopt(curl, CURLOPT_DEBUGFUNCTION, CurlTrace);
     api.easy_setopt(curl, CURLOPT_DEBUGDATA, this);
+  } else {
+    api.easy_setopt(curl, CURLOPT_VERBOSE, 0L);
   }
 
   reply_headers_.clear();
@@ -317,14 +323,20 @@ int CurlTransport::Perform(struct soap* soap) {
   }
   if (first) reply_ = "HTTP/1.1 200 OK\r\n";
   reply_ += "Content-Length: " + std::to_string(reply_body_.size()) + "\r\n\r\n";
-  reply_ += reply_body_;
-  reply_body_.clear();
   return SOAP_OK;
 }
 
 size_t CurlTransport::Receive(char* data, size_t size) {
-  size_t n = std::min(size, reply_.size() - reply_pos_);
-  memcpy(data, reply_.data() + reply_pos_, n);
+  // The synthesized head first, then the body as libcurl delivered it.
+  size_t n = 0;
+  if (reply_pos_ < reply_.size()) {
+    n = std::min(size, reply_.size() - reply_pos_);
+    memcpy(data, reply_.data() + reply_pos_, n);
+  } else {
+    size_t offset = reply_pos_ - reply_.size();
+    n = std::min(size, reply_body_.size() - offset);
+    memcpy(data, reply_body_.data() + offset, n);
+  }
   reply_pos_ += n;
   return n;
 }

@@ -38,6 +38,8 @@ class CurlTransport {
   int null_fd_ = -1;
   TransportSettings settings_;
   int ssl_mode_ = kSslFull;
+  bool configured_ = false;
+  std::string ca_file_;
   std::string url_;
   std::string request_;
   std::string reply_headers_;
