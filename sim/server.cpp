@@ -252,7 +252,10 @@ bool Server::Start(std::string* url, std::string* error) {
 void Server::Run() {
   int n = env_.opts.threads;
   active_.assign(n, SOAP_INVALID_SOCKET);
-  for (int i = 0; i < n; ++i) workers_.emplace_back(&Server::Worker, this, i);
+  // Copied here, before accepting starts: soap_accept writes into the master context.
+  std::vector<struct soap*> contexts;
+  for (int i = 0; i < n; ++i) contexts.push_back(soap_copy(master_));
+  for (int i = 0; i < n; ++i) workers_.emplace_back(&Server::Worker, this, i, contexts[i]);
 
   while (!g_stop) {
     SOAP_SOCKET s = soap_accept(master_);
@@ -285,8 +288,7 @@ void Server::WakeIdleConnections() {
     if (soap_valid_socket(s)) ::shutdown(s, SHUT_RD);
 }
 
-void Server::Worker(size_t slot) {
-  struct soap* soap = soap_copy(master_);
+void Server::Worker(size_t slot, struct soap* soap) {
   Conn conn;
   conn.env = &env_;
   soap->user = &conn;

@@ -37,7 +37,7 @@ class Server {
     SOAP_SOCKET socket;
     std::string peer;
   };
-  void Worker(size_t slot);
+  void Worker(size_t slot, struct soap* soap);
   void Configure(struct soap* soap) const;
   void WakeIdleConnections();
 
