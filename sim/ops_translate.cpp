@@ -8,15 +8,7 @@
 #include "translate_markup.h"
 #include "translate_wire.h"
 
-// lexsim's source list is not ours to change; the translation units are built here.
-#include "lexicon.cpp"
-#include "text_encoding.cpp"
-#include "text_segment.cpp"
-#include "text_utf8.cpp"
-#include "translate_core.cpp"
-#include "translate_markup.cpp"
-#include "translate_state.cpp"
-#include "translate_wire.cpp"
+#include <sstream>
 
 using lexsim::Call;
 using lexsim::OpInfo;
