@@ -12,7 +12,8 @@ variants=("$@")
 for v in "${variants[@]}"; do
   case "$v" in
     normal) flags=() ;;
-    asan) flags=(-DLEXCTL_ASAN=ON) ;;
+    asan) flags=(-DLEXCTL_ASAN=ON)
+          export LSAN_OPTIONS="suppressions=$top/tests/lsan.supp:print_suppressions=0" ;;
     tsan) flags=(-DLEXCTL_TSAN=ON) ;;
     *) echo "unknown variant: $v" >&2; exit 2 ;;
   esac
