@@ -92,6 +92,18 @@ def main():
                     check(header(r, "Accept-Encoding") is not None, f"{layer}: no Accept-Encoding with compression")
                     check(header(r, "Content-Encoding", "reply_headers") == "gzip", f"{layer}: reply not gzip")
 
+                # DIME: the binary travels as an attachment both ways.
+                with open(os.path.join(cwd, "blob.bin"), "wb") as f:
+                    f.write(bytes(range(256)) * 40)
+                open(log, "w").close()
+                out = run(lexctl, cwd, [f"setopt server http://127.0.0.1:{relay_port}", *common,
+                                        "setopt dime true", "test -binary blob.bin -string with-dime"])
+                records = [json.loads(line) for line in open(log)]
+                check("OK." in out and len(records) == 1, f"{layer}: DIME call failed:\n{out}")
+                for r in records:
+                    check(header(r, "Content-Type") == "application/dime", f"{layer}: request not DIME")
+                    check(header(r, "Content-Type", "reply_headers") == "application/dime", f"{layer}: reply not DIME")
+
                 # Debug logs hold what was sent and received, never a clear password.
                 out = run(lexctl, cwd, [f"setopt server http://127.0.0.1:{sim_port}", f"setopt commslayer {layer}",
                                         "setopt userid admin", "setopt passwd s3cret-admin-pw",
