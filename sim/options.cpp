@@ -50,6 +50,8 @@ bool ParseOptions(const std::vector<std::string>& args, Options* opts, std::stri
       if (!take(&opts->tls_cert)) return false;
     } else if (name == "--tls-key") {
       if (!take(&opts->tls_key)) return false;
+    } else if (name == "--tls-client-ca") {
+      if (!take(&opts->tls_client_ca)) return false;
     } else if (name == "--state") {
       if (!take(&opts->state_file)) return false;
     } else if (name == "--log") {
@@ -64,6 +66,10 @@ bool ParseOptions(const std::vector<std::string>& args, Options* opts, std::stri
   }
   if (opts->tls_cert.empty() != opts->tls_key.empty()) {
     *error = "--tls-cert and --tls-key go together";
+    return false;
+  }
+  if (!opts->tls_client_ca.empty() && opts->tls_cert.empty()) {
+    *error = "--tls-client-ca needs --tls-cert and --tls-key";
     return false;
   }
   return true;

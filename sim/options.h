@@ -11,6 +11,7 @@ struct Options {
   int port = 12000;  ///< 0 picks a free port
   int threads = 8;
   std::string tls_cert, tls_key;
+  std::string tls_client_ca;  ///< when set, clients must show a certificate from this CA
   std::string state_file;
   std::string log_file;
   std::string trust_header;  ///< HTTP header whose value loopback clients log in with
@@ -21,6 +22,6 @@ bool ParseOptions(const std::vector<std::string>& args, Options* opts, std::stri
 
 inline constexpr const char* kUsage =
     "Usage: lexsim [--host ADDR] [--port N] [--threads N] [--tls-cert FILE --tls-key FILE]\n"
-    "              [--state FILE] [--log FILE] [--trust-header NAME]\n";
+    "              [--tls-client-ca FILE] [--state FILE] [--log FILE] [--trust-header NAME]\n";
 
 }  // namespace lexsim

@@ -231,6 +231,13 @@ bool Server::Start(std::string* url, std::string* error) {
       *error = "cannot use TLS certificate " + o.tls_cert + " with key " + o.tls_key;
       return false;
     }
+    if (!o.tls_client_ca.empty()) {
+      if (SSL_CTX_load_verify_locations(ctx, o.tls_client_ca.c_str(), nullptr) != 1) {
+        *error = "cannot read client CA file " + o.tls_client_ca;
+        return false;
+      }
+      SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+    }
   }
   if (!soap_valid_socket(soap_bind(master_, o.host.c_str(), o.port, 128))) {
     *error = "cannot listen on " + o.host + ":" + std::to_string(o.port) + ": " +

@@ -134,7 +134,29 @@ def main():
                             failures.append(f"good {layer}: default cacert.pem not used: {dflt}")
             finally:
                 sim.stop()
-    total = len(CASES) * 2 * len(MODES)
+        # A client certificate (in one PEM file with its encrypted key) for a
+        # server that demands one.
+        openssl("req", "-new", "-newkey", "rsa:2048", "-keyout", "client.key", "-passout", "pass:kpw",
+                "-out", "client.csr", "-subj", "/CN=lexctl3-client", cwd=cwd)
+        openssl("ca", "-batch", "-config", "ca.cnf", "-in", "client.csr", "-out", "client.crt", "-notext",
+                "-days", "30", cwd=cwd)
+        with open(os.path.join(cwd, "client.pem"), "w") as f:
+            f.write(open(os.path.join(cwd, "client.crt")).read() + open(os.path.join(cwd, "client.key")).read())
+        sim = Lexsim(lexsim, ["--tls-cert", "good.pem", "--tls-key", "good.key", "--tls-client-ca", "ca.pem"], cwd)
+        try:
+            port = sim.server.rsplit(":", 1)[1]
+            for layer in ("gsoap", "windows"):
+                without, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer, ["setopt sslcafile ca.pem"])
+                with_key, out = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
+                                          ["setopt sslcafile ca.pem", "setopt sslkeyfile client.pem",
+                                           "setopt sslkeypass kpw"])
+                if any(without.values()):
+                    failures.append(f"client certificate {layer}: accepted without one: {without}")
+                if not all(with_key.values()):
+                    failures.append(f"client certificate {layer}: refused with one: {with_key}\n{out[-800:]}")
+        finally:
+            sim.stop()
+    total = len(CASES) * 2 * len(MODES) + 2
     for failure in failures:
         print("FAIL:", failure)
     print(f"tls_matrix: {total - len(failures)} passed, {len(failures)} failed")
