@@ -94,8 +94,11 @@ std::string Features(const std::string& current, const std::string& expr) {
       have.insert(up);
   }
   std::string out;
-  for (const char* f : kFeatures)
-    if (have.count(f)) out += (out.empty() ? "" : " ") + std::string(f);
+  for (const char* f : kFeatures) {
+    if (!have.count(f)) continue;
+    if (!out.empty()) out += ' ';
+    out += f;
+  }
   return out;
 }
 
