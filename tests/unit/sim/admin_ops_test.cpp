@@ -12,29 +12,8 @@
 
 namespace {
 
-class Admin : public ::testing::Test {
+class Admin : public WireFixture {
  protected:
-  Admin() : soap_(soap_new1(SOAP_C_UTFSTRING)) {
-    soap_->connect_timeout = 5;
-    soap_->recv_timeout = 30;
-    soap_->send_timeout = 30;
-  }
-  ~Admin() override {
-    soap_destroy(soap_);
-    soap_end(soap_);
-    soap_free(soap_);
-  }
-
-  std::string* S(const std::string& s) {
-    auto* p = soap_new_std__string(soap_);
-    *p = s;
-    return p;
-  }
-  LONG64* L(LONG64 v) {
-    auto* p = static_cast<LONG64*>(soap_malloc(soap_, sizeof(LONG64)));
-    *p = v;
-    return p;
-  }
   int* I(int v) {
     auto* p = static_cast<int*>(soap_malloc(soap_, sizeof(int)));
     *p = v;
@@ -105,7 +84,9 @@ class Admin : public ::testing::Test {
     nv__AddDictionaryEntryResponse r;
     int rc = soap_call_nv__AddDictionaryEntry(soap_, url(), "", Lic(user), nullptr, nullptr,
                                               Sel(keys), did, nullptr, a, r);
-    if (expect_ok) EXPECT_EQ(rc, SOAP_OK) << FaultErr();
+    if (expect_ok) {
+      EXPECT_EQ(rc, SOAP_OK) << FaultErr();
+    }
     if (rc != SOAP_OK) return {};
     return r.entries ? r.entries->item : std::vector<nv__AddEntryResult>{};
   }
@@ -114,7 +95,9 @@ class Admin : public ::testing::Test {
     nv__GetDictionaryEntryResponse r;
     int rc = soap_call_nv__GetDictionaryEntry(soap_, url(), "", Lic(user), nullptr, nullptr,
                                               nullptr, did, nullptr, L(0), L(-1), nullptr, r);
-    if (expect_ok) EXPECT_EQ(rc, SOAP_OK) << FaultErr();
+    if (expect_ok) {
+      EXPECT_EQ(rc, SOAP_OK) << FaultErr();
+    }
     if (rc != SOAP_OK) return {};
     return r.entries ? r.entries->item : std::vector<nv__DicEntry*>{};
   }
@@ -191,7 +174,6 @@ class Admin : public ::testing::Test {
   }
 
   LexsimProcess sim_;
-  struct soap* soap_;
 };
 
 bool Has(const std::vector<std::string>& v, const std::string& s) {

@@ -1,5 +1,7 @@
 #include "lexsim_process.h"
 
+#include "soapH.h"
+
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -83,4 +85,28 @@ int LexsimProcess::Stop() {
   }
   pid_ = -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+WireFixture::WireFixture() : soap_(soap_new1(SOAP_C_UTFSTRING)) {
+  soap_->connect_timeout = 5;
+  soap_->recv_timeout = 30;
+  soap_->send_timeout = 30;
+}
+
+WireFixture::~WireFixture() {
+  soap_destroy(soap_);
+  soap_end(soap_);
+  soap_free(soap_);
+}
+
+std::string* WireFixture::S(const std::string& s) {
+  auto* p = soap_new_std__string(soap_);
+  *p = s;
+  return p;
+}
+
+int64_t* WireFixture::L(int64_t v) {
+  auto* p = static_cast<int64_t*>(soap_malloc(soap_, sizeof(int64_t)));
+  *p = v;
+  return p;
 }

@@ -1,8 +1,10 @@
 #pragma once
 /// Runs a lexsim on a free loopback port for one test and stops it with SIGTERM.
 
+#include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -25,4 +27,18 @@ class LexsimProcess {
  private:
   pid_t pid_ = -1;
   std::string url_;
+};
+
+struct soap;
+
+/// A client context for calling lexsim through the generated functions, with
+/// helpers that allocate optional request fields in that context.
+class WireFixture : public ::testing::Test {
+ protected:
+  WireFixture();
+  ~WireFixture() override;
+  std::string* S(const std::string& s);
+  int64_t* L(int64_t v);
+
+  struct soap* soap_;
 };

@@ -11,24 +11,8 @@
 #include "lexsim_process.h"
 #include "soapH.h"
 
-class TranslateTest : public ::testing::Test {
+class TranslateTest : public WireFixture {
  protected:
-  TranslateTest() : soap_(soap_new1(SOAP_C_UTFSTRING)) {
-    soap_->connect_timeout = 5;
-    soap_->recv_timeout = 30;
-    soap_->send_timeout = 30;
-  }
-  ~TranslateTest() override {
-    soap_destroy(soap_);
-    soap_end(soap_);
-    soap_free(soap_);
-  }
-
-  std::string* S(const std::string& s) {
-    auto* p = soap_new_std__string(soap_);
-    *p = s;
-    return p;
-  }
   std::string* Lic() { return S("admin " + lexsim::PasswordHash("admin", "admin")); }
   std::string* Sel(const std::string& keys) { return keys.empty() ? nullptr : S(keys); }
   const char* url() const { return sim_.url().c_str(); }
@@ -97,7 +81,6 @@ class TranslateTest : public ::testing::Test {
   }
 
   LexsimProcess sim_;
-  struct soap* soap_;
 };
 
 namespace {
