@@ -1,4 +1,5 @@
 // Connectivity and session control: TestEcho, CreateSession, EndSession, ChangePassword.
+#include <cstring>
 #include <ctime>
 
 #include "crypto.h"
@@ -21,11 +22,28 @@ constexpr OpInfo kChangePassword{"ChangePassword", api::kChangePassword};
 int nv__TestEcho(struct soap* soap, std::string* licence, std::string* clientid,
                  std::string* reqgroup, std::string* select, std::string* str, LONG64* num,
                  xsd__base64Binary* bin, nv__TestEchoResponse& r) {
-  return lexsim::Serve(soap, kTestEcho, {licence, clientid, reqgroup, select}, r, [&](Call&) {
+  return lexsim::Serve(soap, kTestEcho, {licence, clientid, reqgroup, select}, r, [&](Call& call) {
     // The request's values live in the same context as the response: hand them back.
     r.str = str;
     r.num = num;
     r.bin = bin;
+    // For clients' own tests: "sim.echo=str|num|bin|binlen" answers that value changed.
+    if (auto what = call.keys().Value("sim.echo")) {
+      if (*what == "str" && str) r.str = call.Str(*str + "!");
+      if (*what == "num" && num) {
+        r.num = static_cast<LONG64*>(soap_malloc(soap, sizeof(LONG64)));
+        *r.num = *num + 1;
+      }
+      if ((*what == "bin" || *what == "binlen") && bin && bin->__size > 0) {
+        auto* copy = soap_new_xsd__base64Binary(soap);
+        *copy = *bin;
+        copy->__size = *what == "binlen" ? bin->__size - 1 : bin->__size;
+        copy->__ptr = static_cast<unsigned char*>(soap_malloc(soap, bin->__size));
+        memcpy(copy->__ptr, bin->__ptr, bin->__size);
+        copy->__ptr[0] ^= 0xFF;
+        r.bin = copy;
+      }
+    }
   });
 }
 
