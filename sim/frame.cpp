@@ -222,6 +222,8 @@ void Call::Begin() {
   }
   if (auto e = keys_.Value("sim.fault"))
     Raise(e->empty() ? "SIM_FAULT" : *e, "Fault requested by select key");
+  // A fault as other SOAP servers send it, without the service's own detail.
+  if (auto d = keys_.Value("sim.barefault")) throw Fault{*d, "Bare fault requested by select key", 0, true};
   if (auto w = keys_.Value("sim.warn")) Warn("sim.warn", w->empty() ? "warning" : *w);
 }
 
@@ -230,6 +232,7 @@ int Call::SendFault(const Fault& f) {
     soap_->keep_alive = 0;
     return soap_->error = f.http;
   }
+  if (f.bare) return soap_sender_fault(soap_, f.msg.c_str(), f.err.empty() ? nullptr : f.err.c_str());
   bool server_side = f.err == err::kInternal || f.err == err::kNotImplemented;
   if (server_side)
     soap_receiver_fault(soap_, f.msg.c_str(), nullptr);

@@ -48,6 +48,7 @@ struct Fault {
   std::string err;
   std::string msg;
   int http = 0;
+  bool bare = false;  // a plain SOAP fault: msg as the fault string, err as the detail text
 };
 
 [[noreturn]] void Raise(std::string err, std::string msg);
