@@ -107,6 +107,10 @@ def main():
         make_ca("other", cwd)
         for name, (cn, sans, options, _) in CASES.items():
             make_cert(name, cn, sans, cwd, **options)
+        for folder, ca in (("cadir", "ca"), ("otherdir", "other")):
+            os.mkdir(os.path.join(cwd, folder))
+            os.link(os.path.join(cwd, f"{ca}.pem"), os.path.join(cwd, folder, f"{ca}.pem"))
+            openssl("rehash", folder, cwd=cwd)
         # The CA file is given by name; cacert.pem in the folder is the default one.
         for name, (_, _, _, expected) in CASES.items():
             sim = Lexsim(lexsim, ["--tls-cert", f"{name}.pem", "--tls-key", f"{name}.key"], cwd)
@@ -132,6 +136,17 @@ def main():
                         os.unlink(os.path.join(cwd, "cacert.pem"))
                         if not all(dflt.values()):
                             failures.append(f"good {layer}: default cacert.pem not used: {dflt}")
+                        # A hashed CA directory instead of a file: the right CA
+                        # is found there, and a folder with another CA trusts nothing.
+                        trusting, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
+                                                ["setopt sslcadir cadir"])
+                        if not all(trusting.values()):
+                            failures.append(f"good {layer}: CA directory not used: {trusting}")
+                        strangers, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
+                                                 ["setopt sslcadir otherdir"])
+                        want_strange = dict(STRICT_ONLY_CA, none=layer == "gsoap")
+                        if strangers != want_strange:
+                            failures.append(f"good {layer}: a CA directory without the CA: {strangers}")
             finally:
                 sim.stop()
         # A client certificate (in one PEM file with its encrypted key) for a
@@ -156,7 +171,7 @@ def main():
                     failures.append(f"client certificate {layer}: refused with one: {with_key}\n{out[-800:]}")
         finally:
             sim.stop()
-    total = len(CASES) * 2 * len(MODES) + 2
+    total = len(CASES) * 2 * len(MODES) + 2 * 4 + 2
     for failure in failures:
         print("FAIL:", failure)
     print(f"tls_matrix: {total - len(failures)} passed, {len(failures)} failed")
