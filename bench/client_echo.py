@@ -13,7 +13,7 @@ sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."
 from run_case import Lexsim  # noqa: E402
 
 CALLS = 4000        # per lexctl3 thread
-SECONDS = 5         # per wrk and zeep run
+SECONDS = 2         # per wrk and zeep run
 ZEEP = """
 import sys, time, zeep
 client = zeep.Client(sys.argv[1])
@@ -44,27 +44,37 @@ def lexctl_rate(lexctl, cwd, server, layer, threads):
 
 
 def capture_request(lexctl, cwd, server):
-    """The exact request lexctl3 sends, from its SOAP debug log."""
+    """The exact request lexctl3 sends (headers and body), from its SOAP debug log."""
     subprocess.run([lexctl, f"setopt server {server}", "setopt commslayer gsoap", "setopt soapdebug cap",
                     "test -string hello -number 42"], cwd=cwd, check=True, stdout=subprocess.DEVNULL)
     raw = open(os.path.join(cwd, "cap-sent.log"), "rb").read()
     head, _, body = raw.partition(b"\r\n\r\n")
-    return body
+    headers = []
+    for line in head.decode().split("\r\n")[1:]:
+        name, _, value = line.partition(": ")
+        if name.lower() not in ("host", "content-length"):  # wrk writes these itself
+            headers.append((name, value))
+    return headers, body
 
 
-def wrk_rate(cwd, url, body, threads, connections):
+def wrk_rate(cwd, url, request, threads, connections):
+    headers, body = request
     with open(os.path.join(cwd, "body.xml"), "wb") as f:
         f.write(body)
     with open(os.path.join(cwd, "echo.lua"), "w") as f:
         f.write('wrk.method = "POST"\n'
-                'local f = io.open("body.xml", "rb"); wrk.body = f:read("*a"); f:close()\n'
-                'wrk.headers["Content-Type"] = "text/xml; charset=utf-8"\n'
-                'wrk.headers["SOAPAction"] = "\\"\\""\n')
+                'local f = io.open("body.xml", "rb"); wrk.body = f:read("*a"); f:close()\n')
+        for name, value in headers:
+            f.write(f"wrk.headers[{lua_string(name)}] = {lua_string(value)}\n")
     out = subprocess.run(["wrk", f"-t{threads}", f"-c{connections}", f"-d{SECONDS}s", "-s", "echo.lua", url],
                          cwd=cwd, check=True, capture_output=True, text=True).stdout
     if "Non-2xx" in out:
         raise RuntimeError("wrk got error replies:\n" + out)
     return float(re.search(r"Requests/sec:\s+([\d.]+)", out).group(1))
+
+
+def lua_string(text):
+    return '"' + text.replace("\\", "\\\\").replace('"', '\\"') + '"'
 
 
 def zeep_rate(cwd, wsdl, url):
@@ -75,32 +85,57 @@ def zeep_rate(cwd, wsdl, url):
     return float(out.strip())
 
 
+ROUNDS = 5          # each round measures every contender once
+
+
+def median(values):
+    values = sorted(values)
+    return values[len(values) // 2]
+
+
 def main():
     lexctl, lexsim = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
     wsdl = os.path.join(os.path.dirname(lexsim), "nvsoap.wsdl")
+    targets = {("gsoap", 1): 0.65, ("windows", 1): 0.50, ("gsoap", 8): 0.60, ("windows", 8): None}
+    # This machine's speed drifts by tens of percent within a minute, so each
+    # contender runs between two wrk runs at the same concurrency and is
+    # compared with their mean: wrk1 g1 wrk1 w1 wrk1 wrk8 g8 wrk8 w8 wrk8.
+    ratios = {config: [] for config in targets}
+    rates = {config: [] for config in targets}
+    refs = {1: [], 8: []}
+    zeeps = []
     with tempfile.TemporaryDirectory(prefix="lexctl3-bench-") as cwd:
         sim = Lexsim(lexsim, ["--threads", "8"], cwd)
         try:
-            body = capture_request(lexctl, cwd, sim.server)
-            wrk1 = wrk_rate(cwd, sim.url, body, 1, 1)
-            wrk8 = wrk_rate(cwd, sim.url, body, 2, 8)
-            zeep = zeep_rate(cwd, wsdl, sim.url)
-            rates = {}
-            for layer in ("gsoap", "windows"):
+            request = capture_request(lexctl, cwd, sim.server)
+            for _ in range(ROUNDS):
+                zeeps.append(zeep_rate(cwd, wsdl, sim.url))
                 for threads in (1, 8):
-                    rates[layer, threads] = lexctl_rate(lexctl, cwd, sim.server, layer, threads)
+                    wrk = (lambda: wrk_rate(cwd, sim.url, request, 1, 1)) if threads == 1 else \
+                          (lambda: wrk_rate(cwd, sim.url, request, 2, 8))
+                    before = wrk()
+                    refs[threads].append(before)
+                    for layer in ("gsoap", "windows"):
+                        rate = lexctl_rate(lexctl, cwd, sim.server, layer, threads)
+                        after = wrk()
+                        refs[threads].append(after)
+                        rates[layer, threads].append(rate)
+                        ratios[layer, threads].append((rate * 2 / (before + after), rate / zeeps[-1]))
+                        before = after
         finally:
             sim.stop()
-    print(f"TestEcho request: {len(body)} bytes of XML")
-    print(f"wrk: {wrk1:,.0f} calls/s at 1 connection, {wrk8:,.0f} calls/s at 8 connections")
-    print(f"zeep: {zeep:,.0f} calls/s")
-    targets = {("gsoap", 1): (wrk1, 0.65), ("windows", 1): (wrk1, 0.50), ("gsoap", 8): (wrk8, 0.60),
-               ("windows", 8): (wrk8, None)}
-    for (layer, threads), rate in rates.items():
-        ref, target = targets[layer, threads]
+    print(f"TestEcho request: {len(request[1])} bytes of XML, {len(request[0])} headers besides Host and "
+          f"Content-Length, replayed by wrk as sent; {ROUNDS} rounds, medians")
+    print(f"wrk: {median(refs[1]):,.0f} calls/s at 1 connection, {median(refs[8]):,.0f} calls/s at 8 connections")
+    print(f"zeep: {median(zeeps):,.0f} calls/s")
+    for config, target in targets.items():
+        layer, threads = config
+        of_wrk = median([r[0] for r in ratios[config]])
+        of_zeep = median([r[1] for r in ratios[config]])
         goal = f" (target: at least {target:.2f})" if target else ""
-        print(f"lexctl3 {layer} layer, {threads} thread{'s' if threads > 1 else ''}: {rate:,.0f} calls/s, "
-              f"{rate / ref:.2f} of wrk{goal}, {rate / zeep:.1f} times zeep (target: at least 5)")
+        print(f"lexctl3 {layer} layer, {threads} thread{'s' if threads > 1 else ''}: "
+              f"{median(rates[config]):,.0f} calls/s, {of_wrk:.2f} of wrk{goal}, "
+              f"{of_zeep:.1f} times zeep (target: at least 5)")
     return 0
 
 
