@@ -36,6 +36,7 @@ struct Hooks {
   SOAP_SOCKET (*open)(struct soap*, const char*, const char*, int);
   int (*send)(struct soap*, const char*, size_t);
   size_t (*recv)(struct soap*, char*, size_t);
+  int (*post)(struct soap*, const char*, const char*, int, const char*, const char*, ULONG64);
   std::string host;  // to check the server's certificate against
   bool check_host = false;
   SOAP_SOCKET direct_socket = SOAP_INVALID_SOCKET;  // a plain socket made blocking by OpenPlain
@@ -111,6 +112,22 @@ size_t RecvDirect(struct soap* soap, char* data, size_t size) {
     soap->errnum = errno == EAGAIN || errno == EWOULDBLOCK ? 0 : errno;
     return 0;
   }
+}
+
+// Inside a proxy's CONNECT tunnel the request goes to the server itself, so
+// it names only the path, as curl's does; the library would send the full
+// URL there, which some servers refuse.
+int PostInTunnel(struct soap* soap, const char* endpoint, const char* host, int port, const char* path,
+                 const char* action, ULONG64 count) {
+  Hooks* hooks = HooksOf(soap);
+  if (!soap->ssl || !soap->proxy_host || soap->status == SOAP_CONNECT) {
+    return hooks->post(soap, endpoint, host, port, path, action, count);
+  }
+  const char* proxy = soap->proxy_host;
+  soap->proxy_host = nullptr;
+  int status = hooks->post(soap, endpoint, host, port, path, action, count);
+  soap->proxy_host = proxy;
+  return status;
 }
 
 bool IsIpAddress(const std::string& host) {
@@ -210,13 +227,14 @@ void SoapClient::RebuildContext() {
   fresh->recv_maxlength = kMaxReply;
 
   auto* hooks = new Hooks{this, fresh->fposthdr, fresh->fparsehdr, fresh->fopen, fresh->fsend,
-                          fresh->frecv, HostOf(settings.endpoint)};
+                          fresh->frecv, fresh->fpost, HostOf(settings.endpoint)};
   fresh->user = hooks;
   bool https = StartsWithNoCase(settings.endpoint, "https:");
   int mode = ssl_auth_effective();
   if (!settings.windows_layer && https) {
     hooks->check_host = mode == kSslFull || mode == kSslNoExpire;
     fresh->fopen = OpenCheckingHost;
+    fresh->fpost = PostInTunnel;
     if (mode == kSslNoExpire || mode == kSslMinimum) fresh->fsslverify = VerifyIgnoringDates;
     unsigned short flags = mode == kSslNone ? SOAP_SSL_NO_AUTHENTICATION
                                             : SOAP_SSL_REQUIRE_SERVER_AUTHENTICATION | SOAP_SSL_SKIP_HOST_CHECK;
