@@ -87,6 +87,12 @@ int ParseHook(struct soap* soap) {
   if (status) return status;
   std::string path = soap->path;
   path = path.substr(0, path.find('?'));
+  // Servers must take the absolute form too ("POST http://host:port/path"),
+  // which proxies and clients inside a proxy tunnel may send.
+  if (size_t scheme = path.find("://"); scheme != std::string::npos && path.compare(0, 1, "/") != 0) {
+    size_t slash = path.find('/', scheme + 3);
+    path = slash == std::string::npos ? "/" : path.substr(slash);
+  }
   if (path != kServicePath) {
     soap->keep_alive = 0;
     return 404;

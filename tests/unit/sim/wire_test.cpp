@@ -406,6 +406,13 @@ TEST(WireHttp, OtherPathsAndBadRequests) {
 
   std::string echo = Envelope("<nv:TestEcho><str>abc</str></nv:TestEcho>");
   EXPECT_NE(RawExchange(sim.port(), Post(echo)).find("<str>abc</str>"), std::string::npos);
+  // The absolute form of the request target, as sent through proxies, names the same service.
+  std::string absolute = Post(echo);
+  absolute.replace(5, 0, "http://127.0.0.1:" + std::to_string(sim.port()));
+  EXPECT_NE(RawExchange(sim.port(), absolute).find("<str>abc</str>"), std::string::npos) << absolute;
+  std::string elsewhere = Post(echo);
+  elsewhere.replace(5, 0, "http://127.0.0.1:" + std::to_string(sim.port()) + "/other");
+  EXPECT_NE(RawExchange(sim.port(), elsewhere).find(" 404 "), std::string::npos);
 
   std::string garbage = RawExchange(sim.port(), Post("this is <not xml"));
   EXPECT_NE(garbage.find("Fault>"), std::string::npos) << garbage;
