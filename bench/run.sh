@@ -6,8 +6,8 @@ top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/setup.sh"
 build="$top/build-bench"
 cmake -S "$top" -B "$build" -DCMAKE_BUILD_TYPE=Release >/dev/null
-cmake --build "$build" -j "$(nproc)" --target lexctl3 >/dev/null
-python3 "$top/bench/startup.py" "$build/app/lexctl3"
+cmake --build "$build" -j "$(nproc)" --target lexctl3 bench_shell_only bench_load_curl >/dev/null
+python3 "$top/bench/startup.py" "$build/app/lexctl3" "$build/bench/bench_shell_only" "$build/bench/bench_load_curl"
 python3 "$top/bench/script_speed.py" "$build/app/lexctl3"
 cmake --build "$build" -j "$(nproc)" --target lexsim bench_echo_reference bench_capture_echo >/dev/null
 "$top/bench/sim/run_sim_bench.sh" "$build"

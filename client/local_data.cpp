@@ -203,11 +203,11 @@ int SoapClient::SendHeader(struct soap* soap, const char* key, const char* value
   return HooksOf(soap)->posthdr(soap, key, value);
 }
 
-void SoapClient::RebuildEndpoint() {
+void SoapClient::RebuildEndpoint(bool build) {
   if (settings.server.empty()) settings.server = "http://localhost";
   if (!StartsWithNoCase(settings.server, "http")) settings.server = "http://" + settings.server;
   settings.endpoint = settings.server + settings.path;
-  RebuildContext();
+  if (build) RebuildContext();
 }
 
 void SoapClient::RebuildContext() {
@@ -318,14 +318,16 @@ bool SoapClient::SetProxy(const std::string& proxy) {
 void SoapClient::UseBasicAuth(const std::string& user, const std::string& password) {
   basic_user_ = user;
   basic_password_ = password;
-  soap_->userid = basic_user_.c_str();
-  soap_->passwd = basic_password_.c_str();
+  context()->userid = basic_user_.c_str();
+  context()->passwd = basic_password_.c_str();
 }
 
 void SoapClient::EndCall() {
   // gSOAP forgets these after a parsed response, not after a failed connect.
-  soap_->userid = nullptr;
-  soap_->passwd = nullptr;
+  if (soap_) {
+    soap_->userid = nullptr;
+    soap_->passwd = nullptr;
+  }
   basic_user_.clear();
   basic_password_.clear();
 }
@@ -333,7 +335,7 @@ void SoapClient::EndCall() {
 LocalData::LocalData(ExecThread* owner_thread) : owner(owner_thread) {
   settings.client_name = kClientName;
   settings.io_timeout = 3600;
-  RebuildEndpoint();
+  RebuildEndpoint(false);
 }
 
 LocalData::LocalData(ExecThread* owner_thread, const LocalData& source) : owner(owner_thread) {
@@ -352,7 +354,7 @@ LocalData::LocalData(ExecThread* owner_thread, const LocalData& source) : owner(
   licence_valid_ = source.licence_valid_;
   cachemark = source.cachemark;
   neweid = source.neweid;
-  RebuildEndpoint();
+  RebuildEndpoint(false);
 }
 
 void LocalData::SetUserId(const std::string& userid) {

@@ -69,11 +69,17 @@ class SoapClient : public ThreadData {
   /// Called for every request header, and once with key null at the end.
   virtual int SendHeader(struct soap* soap, const char* key, const char* value);
 
-  struct soap* context() const { return soap_; }
+  /// The SOAP context, built on first use: a thread that never calls the
+  /// server never pays for one.
+  struct soap* context() {
+    if (!soap_) RebuildContext();
+    return soap_;
+  }
   /// Replaces the context by a fresh one built from the settings.
   void RebuildContext();
-  /// Rebuilds the endpoint from server and path, then the context.
-  void RebuildEndpoint();
+  /// Rebuilds the endpoint from server and path, then the context (now, or
+  /// on first use when `build` is false).
+  void RebuildEndpoint(bool build = true);
   /// Applies the proxy setting; false when the value is not HOST:PORT.
   bool SetProxy(const std::string& proxy);
 

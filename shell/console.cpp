@@ -1,5 +1,6 @@
 #include "shell/console.h"
 
+#include <dlfcn.h>
 #include <readline/history.h>
 #include <readline/readline.h>
 #include <strings.h>
@@ -8,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <type_traits>
 #include <vector>
 
 #include "shell/dispatch.h"
@@ -20,6 +22,49 @@ namespace {
 bool initialised = false;
 bool interactive = false;
 std::string history_path;
+
+// GNU readline is loaded only when a person is at the console: scripts and
+// command lines start without paying for it (and for the terminal library
+// it pulls in).
+struct Readline {
+  decltype(&::readline) read = nullptr;
+  decltype(&::add_history) add_history = nullptr;
+  decltype(&::read_history) read_history = nullptr;
+  decltype(&::append_history) append_history = nullptr;
+  decltype(&::history_truncate_file) truncate_history = nullptr;
+  decltype(&::rl_completion_matches) completion_matches = nullptr;
+  decltype(&::rl_line_buffer) line_buffer = nullptr;
+  decltype(&::rl_attempted_completion_over) completion_over = nullptr;
+
+  bool Load() {
+    void* library = dlopen("libreadline.so.8", RTLD_NOW | RTLD_LOCAL);
+    if (!library) library = dlopen("libreadline.so", RTLD_NOW | RTLD_LOCAL);
+    if (!library) return false;
+    auto bind = [library](auto& target, const char* name) {
+      target = reinterpret_cast<std::remove_reference_t<decltype(target)>>(dlsym(library, name));
+      return target != nullptr;
+    };
+    const char** name = nullptr;
+    int* catch_signals = nullptr;
+    rl_completion_func_t** completion_function = nullptr;
+    if (!(bind(read, "readline") && bind(add_history, "add_history") && bind(read_history, "read_history") &&
+          bind(append_history, "append_history") && bind(truncate_history, "history_truncate_file") &&
+          bind(completion_matches, "rl_completion_matches") && bind(name, "rl_readline_name") &&
+          bind(catch_signals, "rl_catch_signals") && bind(completion_function, "rl_attempted_completion_function") &&
+          bind(line_buffer, "rl_line_buffer") && bind(completion_over, "rl_attempted_completion_over"))) {
+      return false;
+    }
+    *name = "lexctl3";
+    // Our own SIGINT handler prints the notice; readline keeps reading.
+    *catch_signals = 0;
+    *completion_function = Complete;
+    return true;
+  }
+
+  static char** Complete(const char* text, int start, int end);
+};
+
+Readline rl;
 
 std::vector<std::string> completion_words;
 
@@ -36,10 +81,10 @@ char* NextCompletion(const char* text, int state) {
 
 // Completes command words at the start of a line and option names after
 // "setopt".
-char** Complete(const char* text, int start, int /*end*/) {
-  rl_attempted_completion_over = 1;
+char** Readline::Complete(const char* text, int start, int /*end*/) {
+  *rl.completion_over = 1;
   completion_words.clear();
-  std::string before(rl_line_buffer, start);
+  std::string before(*rl.line_buffer, start);
   size_t first = before.find_first_not_of(" \t@$=-+");
   std::string head = first == std::string::npos ? "" : before.substr(first);
   bool options = false;
@@ -61,36 +106,32 @@ char** Complete(const char* text, int start, int /*end*/) {
     completion_words.emplace_back("-save");
     completion_words.emplace_back("-load");
   }
-  return rl_completion_matches(text, NextCompletion);
+  return rl.completion_matches(text, NextCompletion);
 }
 
 void Init() {
   initialised = true;
-  interactive = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO);
+  interactive = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO) && rl.Load();
   if (!interactive) return;
-  rl_readline_name = "lexctl3";
-  // Our own SIGINT handler prints the notice; readline keeps reading.
-  rl_catch_signals = 0;
-  rl_attempted_completion_function = Complete;
   const char* home = getenv("HOME");
   if (home && *home) {
     history_path = std::string(home) + "/.lexctl3_history";
-    read_history(history_path.c_str());
+    rl.read_history(history_path.c_str());
   }
 }
 
 bool ReadOne(const char* prompt, std::string& line) {
   if (interactive) {
-    char* text = readline(prompt);
+    char* text = rl.read(prompt);
     if (!text) return false;
     line.assign(text);
     if (*text) {
-      add_history(text);
+      rl.add_history(text);
       if (!history_path.empty()) {
         FILE* probe = fopen(history_path.c_str(), "a");
         if (probe) {
           fclose(probe);
-          append_history(1, history_path.c_str());
+          rl.append_history(1, history_path.c_str());
         }
       }
     }
@@ -130,7 +171,7 @@ bool ReadConsoleLine(const std::string& prompt, std::string& line) {
 }
 
 void CloseConsole() {
-  if (initialised && interactive && !history_path.empty()) history_truncate_file(history_path.c_str(), 1000);
+  if (initialised && interactive && !history_path.empty()) rl.truncate_history(history_path.c_str(), 1000);
 }
 
 }  // namespace lexctl
