@@ -18,7 +18,7 @@
 namespace lexctl {
 namespace {
 
-const OptionSpec kOptions[] = {
+const OptionDef kOptions[] = {
     {0, "-?", kOptNoArgument},     {0, "-h", kOptNoArgument},
     {0, "-help", kOptNoArgument},  {0, "--help", kOptNoArgument},
     {1, "--script", kOptRequired}, {2, "--output", kOptRequired},

@@ -32,7 +32,7 @@ RequestFrame::RequestFrame(ExecThread& thread, const std::string& prefix_keys)
   reqgroup_ = data_.reqgroup;
 }
 
-bool RequestFrame::Scan(const OptionSpec* table, const ArgVector& args,
+bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
                         const std::function<bool(const OptionScanner&)>& own) {
   OptionScanner scanner(table, args);
   while (scanner.Next()) {
@@ -50,9 +50,9 @@ bool RequestFrame::Scan(const OptionSpec* table, const ArgVector& args,
         const char* text = scanner.text();
         std::string name(text + 1, strcspn(text + 1, "="));
         std::string key = name;
-        for (const OptionSpec* spec = table; spec->id != -1; ++spec) {
-          if (strcasecmp(spec->name + 1, name.c_str()) == 0) {
-            key = spec->name + 1;
+        for (const OptionDef* row = table; row->id != -1; ++row) {
+          if (strcasecmp(row->name + 1, name.c_str()) == 0) {
+            key = row->name + 1;
             break;
           }
         }

@@ -66,7 +66,7 @@ class RequestFrame {
   /// Scans args with the table; common ids are handled here, the others are
   /// handed to own(). Prints "Invalid argument: ..." and returns false on a
   /// bad option, or when own() returns false.
-  bool Scan(const OptionSpec* table, const ArgVector& args,
+  bool Scan(const OptionDef* table, const ArgVector& args,
             const std::function<bool(const OptionScanner&)>& own = nullptr);
   /// The words that were not options.
   const ArgVector& positional() const { return positional_; }

@@ -29,26 +29,26 @@ std::string server_version = "<unknown>";
       LEXCTL_OPT_KEY("-resetsessions"), LEXCTL_OPT_KEY_ARG("-dbcache"),                  \
       LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_REQGROUP
 
-const OptionSpec kVersionsOptions[] = {COMMON_OPTIONS, LEXCTL_OPT_END};
+const OptionDef kVersionsOptions[] = {COMMON_OPTIONS, LEXCTL_OPT_END};
 
 enum TestOption { kTestString = kOptOwn, kTestNumber, kTestBinary };
-const OptionSpec kTestOptions[] = {COMMON_OPTIONS,
+const OptionDef kTestOptions[] = {COMMON_OPTIONS,
                                    LEXCTL_OPT_KEY_ARG("-delay"),
                                    {kTestString, "-string", kOptRequired},
                                    {kTestNumber, "-number", kOptRequired},
                                    {kTestBinary, "-binary", kOptRequired},
                                    LEXCTL_OPT_END};
 
-const OptionSpec kCreatesOptions[] = {
+const OptionDef kCreatesOptions[] = {
     LEXCTL_OPT_SELECT,         LEXCTL_OPT_KEY("-strict"),       LEXCTL_OPT_KEY_ARG("-runas"),
     LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"), LEXCTL_OPT_KEY_ARG("-dbcache"),
     LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_REQGROUP,             LEXCTL_OPT_END};
 
 enum EndsOption { kEndsClear = kOptOwn };
-const OptionSpec kEndsOptions[] = {COMMON_OPTIONS, {kEndsClear, "-clear", kOptNoArgument}, LEXCTL_OPT_END};
+const OptionDef kEndsOptions[] = {COMMON_OPTIONS, {kEndsClear, "-clear", kOptNoArgument}, LEXCTL_OPT_END};
 
 enum PasswdOption { kPasswdRunas = kOptOwn, kPasswdLiteral };
-const OptionSpec kPasswdOptions[] = {
+const OptionDef kPasswdOptions[] = {
     LEXCTL_OPT_SELECT,
     LEXCTL_OPT_KEY("-strict"),
     {kPasswdRunas, "-runas", kOptRequired},
@@ -62,7 +62,7 @@ const OptionSpec kPasswdOptions[] = {
     LEXCTL_OPT_END};
 
 enum PwhashOption { kPwhashLicence = kOptOwn, kPwhashHttp };
-const OptionSpec kPwhashOptions[] = {{kPwhashLicence, "-l", kOptNoArgument},
+const OptionDef kPwhashOptions[] = {{kPwhashLicence, "-l", kOptNoArgument},
                                      {kPwhashLicence, "-licence", kOptNoArgument},
                                      {kPwhashHttp, "-h", kOptNoArgument},
                                      {kPwhashHttp, "-http", kOptNoArgument},

@@ -21,11 +21,11 @@ bool OptionScanner::Next() {
     const char* body = word + 1;  // past "-" or "/"
     const char* equals = strchr(body, '=');
     size_t len = equals ? static_cast<size_t>(equals - body) : strlen(body);
-    const OptionSpec* found = nullptr;
-    for (const OptionSpec* spec = table_; spec->id != -1; ++spec) {
-      const char* name = spec->name[0] == '-' ? spec->name + 1 : spec->name;
+    const OptionDef* found = nullptr;
+    for (const OptionDef* row = table_; row->id != -1; ++row) {
+      const char* name = row->name[0] == '-' ? row->name + 1 : row->name;
       if (strlen(name) == len && strncasecmp(name, body, len) == 0) {
-        found = &spec[0];
+        found = row;
         break;
       }
     }

@@ -15,7 +15,7 @@ enum OptionKind : int {
 
 /// One option: its id, its name with the leading dash(es), its kind. A
 /// table ends with id -1.
-struct OptionSpec {
+struct OptionDef {
   int id;
   const char* name;
   int kind;
@@ -33,7 +33,7 @@ enum OptionError : int {
 /// without regard to case; "/name" is read as "-name".
 class OptionScanner {
  public:
-  OptionScanner(const OptionSpec* table, const ArgVector& args) : table_(table), args_(args) {}
+  OptionScanner(const OptionDef* table, const ArgVector& args) : table_(table), args_(args) {}
 
   /// False when no option is left. After true: error(), id(), text(),
   /// argument() describe the option found.
@@ -48,7 +48,7 @@ class OptionScanner {
   const ArgVector& positional() const { return positional_; }
 
  private:
-  const OptionSpec* table_;
+  const OptionDef* table_;
   const ArgVector& args_;
   size_t next_ = 0;
   int error_ = kOptOk;

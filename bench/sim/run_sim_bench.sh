@@ -60,8 +60,8 @@ rate() {
 echo "lexsim TestEcho vs bare gSOAP echo; request body $body_bytes bytes" \
      "(client header $header_bytes bytes), ${seconds}s per run"
 printf "%-12s %14s %14s %8s\n" connections "lexsim req/s" "reference req/s" ratio
-for spec in "1 1" "2 8"; do
-  read -r t c <<<"$spec"
+for pair in "1 1" "2 8"; do
+  read -r t c <<<"$pair"
   l=$(rate "$t" "$c" "$lexsim_url")
   r=$(rate "$t" "$c" "$reference_url")
   printf "%-12s %14s %14s %7.0f%%\n" "$c (-t$t)" "$l" "$r" "$(awk -v l="$l" -v r="$r" 'BEGIN {print 100 * l / r}')"

@@ -8,7 +8,7 @@
 namespace lexctl {
 namespace {
 
-const OptionSpec kTable[] = {
+const OptionDef kTable[] = {
     {0, "-select", kOptRequired}, {1, "-strict", kOptNoArgument}, {1, "-rmax", kOptRequired},
     {3, "-cache", kOptOptional},  {4, "--script", kOptRequired},  {5, "-?", kOptNoArgument},
     {-1, nullptr, 0},
