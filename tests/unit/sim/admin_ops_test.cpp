@@ -27,13 +27,7 @@ class Admin : public WireFixture {
   std::string* Lic(const std::string& user) {
     return S(user + " " + lexsim::PasswordHash(user, user == "admin" ? "admin" : "pw"));
   }
-  std::string* Sel(const std::string& keys) { return keys.empty() ? nullptr : S(keys); }
   const char* url() const { return sim_.url().c_str(); }
-  std::string FaultErr() const {
-    if (!soap_->fault) return "(no fault)";
-    SOAP_ENV__Detail* d = soap_->fault->detail ? soap_->fault->detail : soap_->fault->SOAP_ENV__Detail;
-    return d && d->nv__NvsoapException_ ? d->nv__NvsoapException_->err : "(no detail)";
-  }
 
   /// Creates an ordinary user whose password is "pw"; asserts success.
   void MakeUser(const std::string& id, const std::string& tpl = "", const std::string& keys = "") {

@@ -110,3 +110,16 @@ int64_t* WireFixture::L(int64_t v) {
   *p = v;
   return p;
 }
+
+const nv__NvsoapException* WireFixture::Detail() const {
+  if (!soap_->fault) return nullptr;
+  SOAP_ENV__Detail* d = soap_->fault->detail ? soap_->fault->detail : soap_->fault->SOAP_ENV__Detail;
+  return d ? d->nv__NvsoapException_ : nullptr;
+}
+
+std::string WireFixture::FaultErr() const {
+  if (!soap_->fault) return "(no fault)";
+  return Detail() ? Detail()->err : "(no detail)";
+}
+
+std::string WireFixture::FaultMsg() const { return Detail() ? Detail()->msg : ""; }

@@ -30,6 +30,7 @@ class LexsimProcess {
 };
 
 struct soap;
+class nv__NvsoapException;
 
 /// A client context for calling lexsim through the generated functions, with
 /// helpers that allocate optional request fields in that context.
@@ -39,6 +40,13 @@ class WireFixture : public ::testing::Test {
   ~WireFixture() override;
   std::string* S(const std::string& s);
   int64_t* L(int64_t v);
+  /// Select keys, or none when empty.
+  std::string* Sel(const std::string& keys) { return keys.empty() ? nullptr : S(keys); }
+  /// The service's detail of the last fault, or nullptr.
+  const nv__NvsoapException* Detail() const;
+  /// The error word and the message of the last fault's detail.
+  std::string FaultErr() const;
+  std::string FaultMsg() const;
 
   struct soap* soap_;
 };

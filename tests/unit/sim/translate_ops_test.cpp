@@ -14,18 +14,7 @@
 class TranslateTest : public WireFixture {
  protected:
   std::string* Lic() { return S("admin " + lexsim::PasswordHash("admin", "admin")); }
-  std::string* Sel(const std::string& keys) { return keys.empty() ? nullptr : S(keys); }
   const char* url() const { return sim_.url().c_str(); }
-  std::string FaultErr() const {
-    if (!soap_->fault) return "(no fault)";
-    SOAP_ENV__Detail* d = soap_->fault->detail ? soap_->fault->detail : soap_->fault->SOAP_ENV__Detail;
-    return d && d->nv__NvsoapException_ ? d->nv__NvsoapException_->err : "(no detail)";
-  }
-  std::string FaultMsg() const {
-    if (!soap_->fault) return "";
-    SOAP_ENV__Detail* d = soap_->fault->detail ? soap_->fault->detail : soap_->fault->SOAP_ENV__Detail;
-    return d && d->nv__NvsoapException_ ? d->nv__NvsoapException_->msg : "";
-  }
 
   nv__EngineSelect* Engine(const std::string& eid,
                            const std::vector<std::pair<std::string, std::string>>& props = {}) {
