@@ -4,6 +4,7 @@ side by side with wrk replaying the same request and with python3-zeep
 calling through the WSDL, all against one lexsim in the same run."""
 import os
 import re
+from statistics import median
 import subprocess
 import sys
 import tempfile
@@ -86,11 +87,6 @@ def zeep_rate(cwd, wsdl, url):
 
 
 ROUNDS = 5          # each round measures every contender once
-
-
-def median(values):
-    values = sorted(values)
-    return values[len(values) // 2]
 
 
 def main():

@@ -7,6 +7,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.dirname(__file__))
+from harness import report  # noqa: E402
 from run_case import Lexsim  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -71,11 +72,7 @@ def main():
                     bad.wait()
         finally:
             sim.stop()
-    for failure in failures:
-        print("FAIL:", failure)
-    total = len(MODES) * 2
-    print(f"bad_replies: {total - len(failures)} passed, {len(failures)} failed")
-    return 1 if failures else 0
+    return report("bad_replies", failures, checks=len(MODES) * 2)
 
 
 if __name__ == "__main__":

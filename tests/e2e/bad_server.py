@@ -13,8 +13,9 @@ the same way until killed:
 import socket
 import struct
 import sys
-import threading
 import time
+
+from harness import serve_on_loopback
 
 ENVELOPE = (b'<?xml version="1.0" encoding="UTF-8"?>\n<SOAP-ENV:Envelope '
             b'xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" '
@@ -81,18 +82,7 @@ def serve(conn, mode):
 
 def main():
     mode = sys.argv[1]
-    listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind(("127.0.0.1", 0))
-    listener.listen(16)
-    print(listener.getsockname()[1], flush=True)
-    listener.settimeout(LIFETIME)
-    try:
-        while True:
-            conn, _ = listener.accept()
-            threading.Thread(target=serve, args=(conn, mode), daemon=True).start()
-    except (socket.timeout, KeyboardInterrupt):
-        pass
+    serve_on_loopback(lambda conn: serve(conn, mode), LIFETIME)
 
 
 if __name__ == "__main__":

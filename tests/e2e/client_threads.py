@@ -9,6 +9,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.dirname(__file__))
+from harness import report  # noqa: E402
 from run_case import Lexsim  # noqa: E402
 
 THREADS = 8
@@ -42,10 +43,7 @@ def main():
             text = open(path).read() if os.path.exists(path) else ""
             if text.count("OK.\n") != CALLS or "FAILED" in text or "EXCEPTION" in text:
                 failures.append(f"t{i}: {text.count('OK.')} of {CALLS} calls OK\n{text[-600:]}")
-    for failure in failures:
-        print("FAIL:", failure)
-    print(f"client_threads: {THREADS - len(failures)} passed, {len(failures)} failed")
-    return 1 if failures else 0
+    return report("client_threads", failures, checks=THREADS)
 
 
 if __name__ == "__main__":

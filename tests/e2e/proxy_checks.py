@@ -13,14 +13,9 @@ import tempfile
 import time
 
 sys.path.insert(0, os.path.dirname(__file__))
+from harness import free_port, report, stop_process  # noqa: E402
 from run_case import Lexsim  # noqa: E402
 from tls_matrix import make_ca, make_cert  # noqa: E402
-
-
-def free_port():
-    with socket.socket() as s:
-        s.bind(("127.0.0.1", 0))
-        return s.getsockname()[1]
 
 
 class Tinyproxy:
@@ -53,12 +48,7 @@ class Tinyproxy:
             return []
 
     def stop(self):
-        self.proc.terminate()
-        try:
-            self.proc.wait(timeout=10)
-        except subprocess.TimeoutExpired:
-            self.proc.kill()
-            self.proc.wait()
+        stop_process(self.proc)
 
 
 def run(lexctl, cwd, lines):
@@ -120,10 +110,7 @@ def main():
             proxy.stop()
             tls.stop()
             plain.stop()
-    for failure in failures:
-        print("FAIL:", failure)
-    print(f"proxy_checks: {len(failures)} failed")
-    return 1 if failures else 0
+    return report("proxy_checks", failures, checks=8)
 
 
 if __name__ == "__main__":

@@ -26,6 +26,8 @@ import subprocess
 import sys
 import tempfile
 
+from harness import stop_process
+
 NORMALISE = [
     (re.compile(r"Elapsed time \d+\.\d{3} seconds\."), "Elapsed time <SECS> seconds."),
     (re.compile(r"\b\d{2}/\d{2}/\d{4} \d{2}:\d{2}:\d{2}\b"), "<NOW>"),
@@ -81,12 +83,7 @@ class Lexsim:
         self.server = line[: line.index("/", line.index("//") + 2)]
 
     def stop(self):
-        self.proc.terminate()
-        try:
-            self.proc.wait(timeout=10)
-        except subprocess.TimeoutExpired:
-            self.proc.kill()
-            self.proc.wait()
+        stop_process(self.proc)
 
 
 def main():

@@ -7,6 +7,8 @@ import sys
 import tempfile
 import xml.etree.ElementTree as ET
 
+from harness import report
+
 
 def main():
     lexctl = sys.argv[1]
@@ -35,10 +37,7 @@ def main():
         failures.append("open lap not listed as ignored")
     for c in cases:
         float(c.get("time"))
-    for failure in failures:
-        print("FAIL:", failure)
-    print(f"timer_junit: {0 if failures else 1} passed, {len(failures)} failed")
-    return 1 if failures else 0
+    return report("timer_junit", failures)
 
 
 if __name__ == "__main__":

@@ -11,6 +11,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.dirname(__file__))
+from harness import report  # noqa: E402
 from run_case import Lexsim  # noqa: E402
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
@@ -171,11 +172,7 @@ def main():
                     failures.append(f"client certificate {layer}: refused with one: {with_key}\n{out[-800:]}")
         finally:
             sim.stop()
-    total = len(CASES) * 2 * len(MODES) + 2 * 4 + 2
-    for failure in failures:
-        print("FAIL:", failure)
-    print(f"tls_matrix: {total - len(failures)} passed, {len(failures)} failed")
-    return 1 if failures else 0
+    return report("tls_matrix", failures, checks=len(CASES) * 2 * len(MODES) + 2 * 4 + 2)
 
 
 if __name__ == "__main__":

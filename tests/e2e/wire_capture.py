@@ -9,6 +9,8 @@ import socket
 import sys
 import threading
 
+from harness import serve_on_loopback
+
 LIFETIME = 300
 
 
@@ -98,18 +100,7 @@ class Relay:
 def main():
     host, port, log_path = sys.argv[1], int(sys.argv[2]), sys.argv[3]
     relay = Relay((host, port), log_path)
-    listener = socket.socket(socket.AF_INET, socket.SOCK_STREAM)
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind(("127.0.0.1", 0))
-    listener.listen(16)
-    print(listener.getsockname()[1], flush=True)
-    listener.settimeout(LIFETIME)
-    try:
-        while True:
-            client, _ = listener.accept()
-            threading.Thread(target=relay.serve, args=(client,), daemon=True).start()
-    except (socket.timeout, KeyboardInterrupt):
-        pass
+    serve_on_loopback(relay.serve, LIFETIME)
 
 
 if __name__ == "__main__":

@@ -11,6 +11,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, os.path.dirname(__file__))
+from harness import report  # noqa: E402
 from run_case import Lexsim  # noqa: E402
 
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -138,10 +139,7 @@ def main():
             relay.kill()
             relay.wait()
             sim.stop()
-    for failure in failures:
-        print("FAIL:", failure)
-    print(f"wire_checks: {0 if failures else 1} passed, {len(failures)} failed")
-    return 1 if failures else 0
+    return report("wire_checks", failures)
 
 
 if __name__ == "__main__":
