@@ -393,7 +393,7 @@ BlockOut Translator::Translate(const BlockIn& in) const {
         part.memory = true;
         part.kind = best->rate == 100 ? 'E' : 'F';
         part.rate = best->rate;
-        part.entry = std::to_string(best->did) + ":" + std::to_string(best->entry);
+        part.entry = std::to_string(best->did) + ":" + std::to_string(best->entry_id);
         part.text = best->target;
         if (!best_key.empty() && best->rate < 100) {
           // Words only the source has (+) and words only the memory has (-).

@@ -14,21 +14,12 @@ std::optional<EngineDesc> FindEngineDesc(const std::string& eid) {
   return EngineDesc{e->eid, e->from, e->to, e->inter, e->eid_left, e->eid_right, e->memory()};
 }
 
-namespace {
-std::vector<Hit> Hits(const std::vector<DictHit>& in) {
-  std::vector<Hit> out;
-  out.reserve(in.size());
-  for (const DictHit& h : in) out.push_back(Hit{h.target, h.did, h.entry_id, h.pos, h.tm, h.rate});
-  return out;
-}
-}  // namespace
-
 std::vector<Hit> Dictionaries::User(const std::string& eid, const std::string& source) const {
-  return Hits(LookupUserDictionaries(state_, userid_, eid, props_, source));
+  return LookupUserDictionaries(state_, userid_, eid, props_, source);
 }
 
 std::vector<Hit> Dictionaries::System(const std::string& eid, const std::string& source) const {
-  return Hits(LookupSystemDictionary(state_, eid, source));
+  return LookupSystemDictionary(state_, eid, source);
 }
 
 int64_t Dictionaries::LexiconDid(const std::string& eid) const {

@@ -25,14 +25,7 @@ struct EngineDesc {
 std::optional<EngineDesc> FindEngineDesc(const std::string& eid);
 
 /// A dictionary hit, normal or translation memory.
-struct Hit {
-  std::string target;
-  int64_t did = 0;
-  int64_t entry = 0;
-  std::string pos;
-  bool tm = false;
-  int rate = 100;
-};
+using Hit = DictHit;
 
 /// Dictionary lookups for one request's user and engine properties. The state lock must be
 /// held for as long as the object is used.
