@@ -1,16 +1,15 @@
 #include "client/curl_transport.h"
 
 #include <curl/curl.h>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <openssl/ssl.h>
 #include <strings.h>
 #include <unistd.h>
 
 #include <cstring>
-#include <type_traits>
 
 #include "client/tls_checks.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -38,12 +37,9 @@ struct CurlApi {
 const CurlApi& Curl() {
   static const CurlApi api = [] {
     CurlApi loaded;
-    void* library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+    void* library = OpenLibrary({"libcurl.so.4"});
     if (!library) return loaded;
-    auto bind = [library](auto& function, const char* name) {
-      function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
-      return function != nullptr;
-    };
+    auto bind = [library](auto& function, const char* name) { return BindSymbol(library, function, name); };
     loaded.loaded = bind(loaded.global_init, "curl_global_init") && bind(loaded.easy_init, "curl_easy_init") &&
                     bind(loaded.easy_setopt, "curl_easy_setopt") &&
                     bind(loaded.easy_perform, "curl_easy_perform") &&

@@ -1,6 +1,5 @@
 #include "shell/console.h"
 
-#include <dlfcn.h>
 #include <readline/history.h>
 #include <readline/readline.h>
 #include <strings.h>
@@ -9,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <type_traits>
 #include <vector>
 
 #include "shell/dispatch.h"
@@ -37,13 +35,9 @@ struct Readline {
   decltype(&::rl_attempted_completion_over) completion_over = nullptr;
 
   bool Load() {
-    void* library = dlopen("libreadline.so.8", RTLD_NOW | RTLD_LOCAL);
-    if (!library) library = dlopen("libreadline.so", RTLD_NOW | RTLD_LOCAL);
+    void* library = OpenLibrary({"libreadline.so.8", "libreadline.so"});
     if (!library) return false;
-    auto bind = [library](auto& target, const char* name) {
-      target = reinterpret_cast<std::remove_reference_t<decltype(target)>>(dlsym(library, name));
-      return target != nullptr;
-    };
+    auto bind = [library](auto& target, const char* name) { return BindSymbol(library, target, name); };
     const char** name = nullptr;
     int* catch_signals = nullptr;
     rl_completion_func_t** completion_function = nullptr;

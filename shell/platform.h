@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <initializer_list>
 #include <string>
 
 namespace lexctl {
@@ -52,5 +53,19 @@ struct GetlineBuffer {
 
 /// Process ID, for the name of the temporary command file.
 unsigned long ProcessId();
+
+/// Loads a shared library on first need, by the first of its names that
+/// loads; null when none does.
+void* OpenLibrary(std::initializer_list<const char*> names);
+void* LibrarySymbol(void* library, const char* name);
+
+/// Points `target` (a function or variable pointer) at the library's symbol;
+/// false when the symbol is missing.
+template <typename T>
+bool BindSymbol(void* library, T& target, const char* name) {
+  void* symbol = LibrarySymbol(library, name);
+  target = reinterpret_cast<T>(symbol);
+  return symbol != nullptr;
+}
 
 }  // namespace lexctl

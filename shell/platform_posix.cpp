@@ -1,3 +1,4 @@
+#include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
@@ -142,5 +143,14 @@ bool NativeToUtf8(std::string& line) {
 }
 
 unsigned long ProcessId() { return static_cast<unsigned long>(getpid()); }
+
+void* OpenLibrary(std::initializer_list<const char*> names) {
+  for (const char* name : names) {
+    if (void* library = dlopen(name, RTLD_NOW | RTLD_LOCAL)) return library;
+  }
+  return nullptr;
+}
+
+void* LibrarySymbol(void* library, const char* name) { return dlsym(library, name); }
 
 }  // namespace lexctl
