@@ -6,6 +6,20 @@
 #include "client/local_data.h"
 #include "client/options.h"
 #include "client/session_commands.h"
+#include "commands/admin/dictionaries.h"
+#include "commands/admin/dtransfer.h"
+#include "commands/admin/engines.h"
+#include "commands/admin/entries.h"
+#include "commands/admin/flags.h"
+#include "commands/admin/import_export.h"
+#include "commands/admin/udump.h"
+#include "commands/admin/users.h"
+#include "commands/translate/analysis.h"
+#include "commands/translate/documents.h"
+#include "commands/translate/html.h"
+#include "commands/translate/lookup.h"
+#include "commands/translate/text.h"
+#include "commands/translate/tfile.h"
 #include "shell/exec_thread.h"
 #include "soapH.h"
 
@@ -30,14 +44,35 @@ void Append(std::vector<CommandRecord>& table, const CommandRecord* rows) {
 }
 
 // The client's table: its options first, then its command groups in the
-// order help lists them.
+// order help lists them. The groups are laid out here, not in the families,
+// because some groups gather rows of several families.
 const std::vector<CommandRecord>& ClientTable() {
   static const std::vector<CommandRecord> table = [] {
+    struct Group {
+      const char* title;
+      std::vector<const CommandRecord*> families;
+    };
+    const Group groups[] = {
+        {"INFORMATIONAL", {kInformationalRows, kEngineInfoRows}},
+        {"SESSION CONTROL", {kSessionControlRows}},
+        {"TRANSLATION", {kTextCommandRows, kHtmlCommandRows}},
+        {"DOCUMENT TRANSLATION", {kDocumentCommandRows, kTfileCommandRows}},
+        {"TEXT ANALYSIS", {kAnalysisCommandRows}},
+        {"DICTIONARY LOOKUP", {kLookupCommandRows}},
+        {"UTILITY", {kFlagCommandRows, kProfileRows, kLastdidRows}},
+        {"DICTIONARIES", {kDictionaryRows, kImportExportRows, kTransferRows}},
+        {"DICTIONARY ENTRIES", {kEntryRows}},
+        {"USERS", {kPasswordCommandRows, kUserRows, kUdumpRows}},
+    };
     std::vector<CommandRecord> rows;
     Append(rows, kClientOptionRows);
-    Append(rows, kSessionCommandRows);
-    rows.push_back({GroupMarker, nullptr, 0, "USERS", nullptr});
-    Append(rows, kPasswordCommandRows);
+    for (const Group& group : groups) {
+      size_t header = rows.size();
+      rows.push_back({GroupMarker, nullptr, 0, group.title, nullptr});
+      for (const CommandRecord* family : group.families) Append(rows, family);
+      // A group whose families have no rows yet is left out of help.
+      if (rows.size() == header + 1) rows.pop_back();
+    }
     rows.push_back({nullptr, nullptr, 0, nullptr, nullptr});
     return rows;
   }();

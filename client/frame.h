@@ -41,6 +41,14 @@ enum CommonOptionId : int {
 #define LEXCTL_OPT_REQGROUP {lexctl::kOptReqgroup, "-reqgroup", lexctl::kOptRequired}
 #define LEXCTL_OPT_END {-1, nullptr, 0}
 
+/// The common option block that nearly every service command starts with,
+/// in the order the usage texts list it.
+#define LEXCTL_COMMON_OPTIONS                                                            \
+  LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),            \
+      LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"),                        \
+      LEXCTL_OPT_KEY("-resetsessions"), LEXCTL_OPT_KEY_ARG("-dbcache"),                  \
+      LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_REQGROUP
+
 /// Help lines of the common options, for usage texts.
 #define LEXCTL_COMMON_OPTION_HELP                                                  \
   "    -select     Specify extra select keys in the request.\n"                    \

@@ -23,16 +23,10 @@ namespace {
 std::mutex server_version_lock;
 std::string server_version = "<unknown>";
 
-#define COMMON_OPTIONS                                                                   \
-  LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),            \
-      LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"),                        \
-      LEXCTL_OPT_KEY("-resetsessions"), LEXCTL_OPT_KEY_ARG("-dbcache"),                  \
-      LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_REQGROUP
-
-const OptionDef kVersionsOptions[] = {COMMON_OPTIONS, LEXCTL_OPT_END};
+const OptionDef kVersionsOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_END};
 
 enum TestOption { kTestString = kOptOwn, kTestNumber, kTestBinary };
-const OptionDef kTestOptions[] = {COMMON_OPTIONS,
+const OptionDef kTestOptions[] = {LEXCTL_COMMON_OPTIONS,
                                    LEXCTL_OPT_KEY_ARG("-delay"),
                                    {kTestString, "-string", kOptRequired},
                                    {kTestNumber, "-number", kOptRequired},
@@ -45,7 +39,7 @@ const OptionDef kCreatesOptions[] = {
     LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_REQGROUP,             LEXCTL_OPT_END};
 
 enum EndsOption { kEndsClear = kOptOwn };
-const OptionDef kEndsOptions[] = {COMMON_OPTIONS, {kEndsClear, "-clear", kOptNoArgument}, LEXCTL_OPT_END};
+const OptionDef kEndsOptions[] = {LEXCTL_COMMON_OPTIONS, {kEndsClear, "-clear", kOptNoArgument}, LEXCTL_OPT_END};
 
 enum PasswdOption { kPasswdRunas = kOptOwn, kPasswdLiteral };
 const OptionDef kPasswdOptions[] = {
@@ -311,8 +305,7 @@ void CmdPasswd(ExecThread& thread, ArgVector& args) {
   });
 }
 
-const CommandRecord kSessionCommandRows[] = {
-    {GroupMarker, nullptr, 0, "INFORMATIONAL", nullptr},
+const CommandRecord kInformationalRows[] = {
     {"versions", CmdVersions, 0, "Display server and client version information.", nullptr},
     {"test", CmdTest, 0, "Test connectivity to the server.",
      "Usage: test\n              [-select KEYS]              [-strict]\n              [-reqgroup ID]  "
@@ -322,7 +315,10 @@ const CommandRecord kSessionCommandRows[] = {
      "    -string     String to send to server\n    -number     Number to send to server\n    -binary  "
      "   Binary data to send to server\n\nNote that only a single data value of each type can be "
      "specified.\n"},
-    {GroupMarker, nullptr, 0, "SESSION CONTROL", nullptr},
+    {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandRecord kSessionControlRows[] = {
     {"creates", CmdCreates, 0, "Create a new session.",
      "Usage: creates TYPE\n\n"
      LEXCTL_COMMON_OPTION_HELP

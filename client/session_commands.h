@@ -12,8 +12,10 @@ void CmdEnds(ExecThread& thread, ArgVector& args);
 void CmdPwhash(ExecThread& thread, ArgVector& args);
 void CmdPasswd(ExecThread& thread, ArgVector& args);
 
-/// Rows of the groups INFORMATIONAL and SESSION CONTROL (null-terminated).
-extern const CommandRecord kSessionCommandRows[];
+/// Rows of versions and test (group INFORMATIONAL; null-terminated).
+extern const CommandRecord kInformationalRows[];
+/// Rows of creates and ends (group SESSION CONTROL).
+extern const CommandRecord kSessionControlRows[];
 /// Rows of the password commands, which belong to the group USERS.
 extern const CommandRecord kPasswordCommandRows[];
 

@@ -1,0 +1,9 @@
+#include "commands/admin/entries.h"
+
+namespace lexctl {
+
+const CommandRecord kEntryRows[] = {
+    {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+}  // namespace lexctl

@@ -1,0 +1,91 @@
+#include "commands/common/files.h"
+
+#include <cstdio>
+#include <memory>
+
+#include "shell/output.h"
+
+namespace lexctl {
+namespace {
+
+struct FileCloser {
+  void operator()(FILE* file) const { fclose(file); }
+};
+using File = std::unique_ptr<FILE, FileCloser>;
+
+bool WriteParts(ExecThread& thread, const std::string& path, std::string_view head,
+                std::string_view body) {
+  File file(fopen(path.c_str(), "wb"));
+  if (!file) {
+    ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
+    return false;
+  }
+  bool ok = fwrite(head.data(), 1, head.size(), file.get()) == head.size() &&
+            fwrite(body.data(), 1, body.size(), file.get()) == body.size();
+  ok = fclose(file.release()) == 0 && ok;
+  if (!ok) {
+    remove(path.c_str());
+    ThreadPrint(thread, "Failed to write file data: %s\n", path.c_str());
+  }
+  return ok;
+}
+
+}  // namespace
+
+bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data) {
+  data.clear();
+  File file(fopen(path.c_str(), "rb"));
+  if (!file) {
+    ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
+    return false;
+  }
+  // A directory opens but cannot be read; size the buffer from the file when
+  // it can be sized, and read until the end either way.
+  if (fseek(file.get(), 0, SEEK_END) == 0) {
+    long size = ftell(file.get());
+    if (size > 0) data.reserve(static_cast<size_t>(size));
+    rewind(file.get());
+  }
+  char buffer[1 << 16];
+  size_t got;
+  while ((got = fread(buffer, 1, sizeof buffer, file.get())) > 0) data.append(buffer, got);
+  if (ferror(file.get())) {
+    data.clear();
+    ThreadPrint(thread, "Failed to read file data\n");
+    return false;
+  }
+  return true;
+}
+
+std::string_view SkipUtf8Signature(std::string_view data) {
+  if (data.substr(0, 3) == kUtf8Signature) data.remove_prefix(3);
+  return data;
+}
+
+bool WriteSignedFile(ExecThread& thread, const std::string& path, std::string_view body) {
+  return WriteParts(thread, path, kUtf8Signature, body);
+}
+
+bool WriteFileData(ExecThread& thread, const std::string& path, std::string_view body) {
+  return WriteParts(thread, path, {}, body);
+}
+
+void CharsetFromContentType(const std::string& content_type, std::string& charset,
+                            std::string& extension) {
+  size_t at = content_type.find("charset=");
+  charset = at == std::string::npos ? "" : content_type.substr(at + 8);
+  std::string media = content_type.substr(0, content_type.find(';'));
+  if (media.find("html") != std::string::npos) {
+    extension = ".html";
+  } else if (media.find("xml") != std::string::npos) {
+    extension = ".xml";
+  } else if (media.find("zip") != std::string::npos) {
+    extension = ".zip";
+  } else if (media.find("text") != std::string::npos) {
+    extension = ".txt";
+  } else {
+    extension = ".tmp";
+  }
+}
+
+}  // namespace lexctl

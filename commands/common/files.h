@@ -1,0 +1,37 @@
+// Files that commands read and write: whole input files, translated output
+// files with the UTF-8 signature, and what a content type says of a file.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace lexctl {
+
+class ExecThread;
+
+/// The UTF-8 signature that every translated output file begins with.
+inline constexpr char kUtf8Signature[] = "\xEF\xBB\xBF";
+
+/// Reads a whole file in binary into data. On failure prints
+/// "Unable to open file: %s\n" or "Failed to read file data\n" and returns
+/// false; data is then empty.
+bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data);
+
+/// data without a leading UTF-8 signature.
+std::string_view SkipUtf8Signature(std::string_view data);
+
+/// Writes the UTF-8 signature, then body. Prints "Unable to open file: %s\n"
+/// when the file cannot be opened; a file that cannot be written completely
+/// is removed again, so no partial file is left behind. False on failure.
+bool WriteSignedFile(ExecThread& thread, const std::string& path, std::string_view body);
+
+/// Writes body as it is (attachments, exported data); same failure rules
+/// as WriteSignedFile.
+bool WriteFileData(ExecThread& thread, const std::string& path, std::string_view body);
+
+/// The character set ("charset=" to the end) and the file extension
+/// (".html", ".xml", ".zip", ".txt" or ".tmp") a content type names.
+void CharsetFromContentType(const std::string& content_type, std::string& charset,
+                            std::string& extension);
+
+}  // namespace lexctl

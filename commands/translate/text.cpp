@@ -1,0 +1,9 @@
+#include "commands/translate/text.h"
+
+namespace lexctl {
+
+const CommandRecord kTextCommandRows[] = {
+    {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+}  // namespace lexctl
