@@ -71,8 +71,13 @@ bool ReadFileLine(ExecThread& thread, std::string& line) {
 // Ends the current file: warns about procedures left open, and goes back
 // to the input it interrupted. False when there is none.
 bool EndOfInputFile(ExecThread& thread) {
-  if (thread.call_stack.size() > thread.input.call_depth) {
+  // The call stack is the thread's: a procedure still open in the file
+  // that read this one counts too. Only this file's own calls are dropped,
+  // since their offsets mean nothing in the file we return to.
+  if (!thread.call_stack.empty()) {
     ThreadPrint(thread, "WARNING: procedure stack not empty at end of file.\n");
+  }
+  if (thread.call_stack.size() > thread.input.call_depth) {
     thread.call_stack.resize(thread.input.call_depth);
     if (thread.loop_depth > thread.call_stack.size()) thread.loop_limit = 0;
   }
