@@ -72,6 +72,7 @@ int Main(const std::vector<const char*>& args) {
   const ArgVector& commands = scanner.positional();
 
   std::string temp_path;
+  std::string temp_remove;  // whole path: a script may change directory
   const char* run_script = script;
   if (commands.empty() && !script) {
     // An --output given alone is ignored: only a command file carries the tee.
@@ -86,6 +87,8 @@ int Main(const std::vector<const char*>& args) {
       return 1;
     }
     temp_path = name;
+    std::string cwd;
+    temp_remove = GetCurrentDir(cwd) ? cwd + "/" + name : temp_path;
     if (output) fprintf(file, "@tee \"%s\"\n", output);
     for (const char* command : commands) fprintf(file, "%s\n", command);
     // Unquoted, as it always was: a script path with blanks does not work here.
@@ -99,7 +102,7 @@ int Main(const std::vector<const char*>& args) {
   if (client.global_init) client.global_init();
   bool ok = RunInterpreter(run_script, true);
   if (client.global_cleanup) client.global_cleanup();
-  if (!temp_path.empty()) remove(temp_path.c_str());
+  if (!temp_remove.empty()) remove(temp_remove.c_str());
   return ok ? 0 : 1;
 }
 
