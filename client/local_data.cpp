@@ -38,6 +38,9 @@ struct Hooks {
   size_t (*recv)(struct soap*, char*, size_t);
   int (*post)(struct soap*, const char*, const char*, int, const char*, const char*, ULONG64);
   std::string host;  // to check the server's certificate against
+  // The TLS files as the context was built with them: the library keeps
+  // pointers to these for as long as the context lives.
+  std::string key_file{}, key_password{}, ca_file{}, ca_dir{};
   bool check_host = false;
   SOAP_SOCKET direct_socket = SOAP_INVALID_SOCKET;  // a plain socket made blocking by OpenPlain
 };
@@ -239,11 +242,13 @@ void SoapClient::RebuildContext() {
     unsigned short flags = mode == kSslNone ? SOAP_SSL_NO_AUTHENTICATION
                                             : SOAP_SSL_REQUIRE_SERVER_AUTHENTICATION | SOAP_SSL_SKIP_HOST_CHECK;
     flags |= SOAP_SSL_NO_DEFAULT_CA_PATH;
-    std::string ca_file = CaFileFor(settings);
-    if (soap_ssl_client_context(fresh, flags, settings.ssl_key_file.empty() ? nullptr : settings.ssl_key_file.c_str(),
-                                settings.ssl_key_password.empty() ? nullptr : settings.ssl_key_password.c_str(),
-                                ca_file.empty() ? nullptr : ca_file.c_str(),
-                                settings.ssl_ca_dir.empty() ? nullptr : settings.ssl_ca_dir.c_str(), nullptr)) {
+    hooks->key_file = settings.ssl_key_file;
+    hooks->key_password = settings.ssl_key_password;
+    hooks->ca_file = CaFileFor(settings);
+    hooks->ca_dir = settings.ssl_ca_dir;
+    auto optional = [](const std::string& text) { return text.empty() ? nullptr : text.c_str(); };
+    if (soap_ssl_client_context(fresh, flags, optional(hooks->key_file), optional(hooks->key_password),
+                                optional(hooks->ca_file), optional(hooks->ca_dir), nullptr)) {
       const char** detail = soap_faultdetail(fresh);
       ConsoleOut("Failed to initialize SSL: %s\n", detail && *detail ? *detail : "[no detail]");
     }
@@ -306,8 +311,9 @@ bool SoapClient::SetProxy(const std::string& proxy) {
   size_t colon = proxy.find(':');
   if (colon == std::string::npos) return false;
   settings.proxy = proxy;
+  proxy_host_ = proxy.substr(0, colon);
   if (soap_) {
-    soap_->proxy_host = soap_strdup(soap_, proxy.substr(0, colon).c_str());
+    soap_->proxy_host = proxy_host_.c_str();
     soap_->proxy_port = atoi(proxy.c_str() + colon + 1);
   }
   // Tools started by the client (wget) go through the same proxy.

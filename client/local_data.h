@@ -103,6 +103,7 @@ class SoapClient : public ThreadData {
 
   struct soap* soap_ = nullptr;
   std::unique_ptr<CurlTransport> curl_;
+  std::string proxy_host_;  // the context points here, not into per-call memory
   std::string basic_user_;
   std::string basic_password_;
 };
