@@ -68,6 +68,7 @@ class ExecThread {
   bool threadname = false;
   bool help_detection = true;
   bool substitution = true;
+  bool saving_options = false;  // settings print in the form the options file needs
   unsigned uniq = 0;
   std::string print_buffer;
 
