@@ -250,9 +250,8 @@ int CurlTransport::Perform(struct soap* soap) {
     if (!settings_.ssl_key_file.empty()) {
       api.easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
       api.easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
-      if (!settings_.ssl_key_password.empty()) {
-        api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
-      }
+      // Always set, even empty: without one, OpenSSL would ask on the terminal.
+      api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
     }
     configured_ = true;
   }

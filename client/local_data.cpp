@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 #include <strings.h>
@@ -41,6 +42,7 @@ struct Hooks {
   // The TLS files as the context was built with them: the library keeps
   // pointers to these for as long as the context lives.
   std::string key_file{}, key_password{}, ca_file{}, ca_dir{};
+  bool key_loaded = false;
   bool check_host = false;
   SOAP_SOCKET direct_socket = SOAP_INVALID_SOCKET;  // a plain socket made blocking by OpenPlain
 };
@@ -140,8 +142,38 @@ bool IsIpAddress(const std::string& host) {
 
 // gSOAP's own host check is looser than common practice (CN fallback with
 // a SAN present, "*" certificates, "-" as a wildcard), so the check is ours.
+// OpenSSL asks on the terminal when a key needs a pass phrase and none is
+// given; the client never asks: no pass phrase fails the key.
+int KeyPassword(char* buffer, int size, int, void* data) {
+  const std::string& password = *static_cast<const std::string*>(data);
+  if (password.empty() || static_cast<int>(password.size()) >= size) return 0;
+  memcpy(buffer, password.data(), password.size());
+  return static_cast<int>(password.size());
+}
+
+// The client key is loaded when a request first needs it, with the pass
+// phrase set by then, whatever order the two settings came in.
+bool LoadClientKey(struct soap* soap, Hooks* hooks) {
+  if (hooks->key_file.empty() || hooks->key_loaded || !soap->ctx) return true;
+  SSL_CTX_set_default_passwd_cb(soap->ctx, KeyPassword);
+  SSL_CTX_set_default_passwd_cb_userdata(soap->ctx, &hooks->key_password);
+  ERR_clear_error();
+  if (SSL_CTX_use_certificate_chain_file(soap->ctx, hooks->key_file.c_str()) != 1 ||
+      SSL_CTX_use_PrivateKey_file(soap->ctx, hooks->key_file.c_str(), SSL_FILETYPE_PEM) != 1) {
+    const char* reason = ERR_reason_error_string(ERR_peek_last_error());
+    std::string text = "unable to use the SSL key file '" + hooks->key_file + "'" +
+                       (reason ? std::string(" (") + reason + ")" : std::string());
+    ERR_clear_error();
+    soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, SOAP_SSL_ERROR);
+    return false;
+  }
+  hooks->key_loaded = true;
+  return true;
+}
+
 SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char* host, int port) {
   Hooks* hooks = HooksOf(soap);
+  if (!LoadClientKey(soap, hooks)) return SOAP_INVALID_SOCKET;
   SOAP_SOCKET socket = hooks->open(soap, endpoint, host, port);
   if (!soap_valid_socket(socket) || !soap->ssl || !hooks->check_host) return socket;
   X509* cert = SSL_get1_peer_certificate(soap->ssl);
@@ -247,8 +279,8 @@ void SoapClient::RebuildContext() {
     hooks->ca_file = CaFileFor(settings);
     hooks->ca_dir = settings.ssl_ca_dir;
     auto optional = [](const std::string& text) { return text.empty() ? nullptr : text.c_str(); };
-    if (soap_ssl_client_context(fresh, flags, optional(hooks->key_file), optional(hooks->key_password),
-                                optional(hooks->ca_file), optional(hooks->ca_dir), nullptr)) {
+    if (soap_ssl_client_context(fresh, flags, nullptr, nullptr, optional(hooks->ca_file), optional(hooks->ca_dir),
+                                nullptr)) {
       const char** detail = soap_faultdetail(fresh);
       ConsoleOut("Failed to initialize SSL: %s\n", detail && *detail ? *detail : "[no detail]");
     }
