@@ -238,7 +238,7 @@ int CurlTransport::Perform(struct soap* soap) {
     api.easy_setopt(curl, CURLOPT_WRITEDATA, this);
     api.easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
     api.easy_setopt(curl, CURLOPT_HEADERDATA, this);
-    api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedLimit);
     bool check_dates = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoHost;
     bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
     api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -45,6 +46,9 @@ struct Hooks {
   bool key_loaded = false;
   bool check_host = false;
   SOAP_SOCKET direct_socket = SOAP_INVALID_SOCKET;  // a plain socket made blocking by OpenPlain
+  // The low-speed rule: bytes received since the window began.
+  std::chrono::steady_clock::time_point window_start{};
+  size_t window_bytes = 0;
 };
 
 Hooks* HooksOf(struct soap* soap) { return static_cast<Hooks*>(soap->user); }
@@ -117,6 +121,37 @@ size_t RecvDirect(struct soap* soap, char* data, size_t size) {
     soap->errnum = errno == EAGAIN || errno == EWOULDBLOCK ? 0 : errno;
     return 0;
   }
+}
+
+int StartReply(struct soap* soap) {
+  Hooks* hooks = HooksOf(soap);
+  hooks->window_start = std::chrono::steady_clock::now();
+  hooks->window_bytes = 0;
+  return SOAP_OK;
+}
+
+// The time-out bounds each read; this bounds a reply that keeps trickling
+// in: every time-out's worth of seconds must bring kLowSpeedLimit bytes a
+// second, as libcurl's low-speed rule asks on the other layer.
+size_t RecvMetered(struct soap* soap, char* data, size_t size) {
+  size_t n = RecvDirect(soap, data, size);
+  int timeout = soap->recv_timeout;
+  if (n == 0 || timeout <= 0) return n;
+  Hooks* hooks = HooksOf(soap);
+  hooks->window_bytes += n;
+  auto now = std::chrono::steady_clock::now();
+  if (now - hooks->window_start < std::chrono::seconds(timeout)) return n;
+  if (hooks->window_bytes < static_cast<size_t>(kLowSpeedLimit) * timeout) {
+    char text[120];
+    snprintf(text, sizeof(text), "Operation too slow. Less than %ld bytes/sec transferred the last %d seconds",
+             kLowSpeedLimit, timeout);
+    soap_set_receiver_error(soap, soap_strdup(soap, text), nullptr, SOAP_EOF);
+    soap->errnum = 0;
+    return 0;
+  }
+  hooks->window_start = now;
+  hooks->window_bytes = 0;
+  return n;
 }
 
 // Inside a proxy's CONNECT tunnel the request goes to the server itself, so
@@ -291,10 +326,13 @@ void SoapClient::RebuildContext() {
   if (settings.windows_layer) {
     if (!curl_) curl_ = std::make_unique<CurlTransport>();
     curl_->Attach(fresh, settings, mode);
-  } else if (!https) {
-    fresh->fopen = OpenPlain;
-    fresh->fsend = SendDirect;
-    fresh->frecv = RecvDirect;
+  } else {
+    if (!https) {
+      fresh->fopen = OpenPlain;
+      fresh->fsend = SendDirect;
+    }
+    fresh->frecv = RecvMetered;
+    fresh->fprepareinitrecv = StartReply;
   }
 
   soap_ = fresh;

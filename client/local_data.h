@@ -29,6 +29,11 @@ inline constexpr char kClientVersionSuffix[] = " 4.7.2 R52475";
 inline constexpr char kDefaultServer[] = "http://localhost:12000";
 inline constexpr char kServicePath[] = "/nvsoap/nvsoap.cgi";
 
+/// A reply that arrives slower than this many bytes a second, averaged over
+/// the time-out, is given up (both layers), so a dripping server cannot hold
+/// a command; a stalled one ends at the time-out itself.
+inline constexpr long kLowSpeedLimit = 10;
+
 /// Sees each HTTP header of a reply on this thread while set ("versions").
 using HeaderObserver = std::function<void(const char* key, const char* value)>;
 HeaderObserver& CurrentHeaderObserver();

@@ -18,6 +18,7 @@ MODES = {
     "truncated": {"gsoap": NOT_SOAP, "windows": NOT_SOAP},
     "garbage": {"gsoap": "max message length exceeded", "windows": "reply too large"},
     "silent": {"gsoap": "timed out", "windows": "Operation too slow"},
+    "drip": {"gsoap": "Operation too slow", "windows": "Operation too slow"},
     "reset": {"gsoap": NOT_SOAP, "windows": "Connection reset"},
     "http500": {"gsoap": "Internal Server Error (500)", "windows": "Internal Server Error (500)"},
 }
