@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 #include <strings.h>
 #include <unistd.h>
 
@@ -13,6 +14,15 @@
 #include "soapH.h"
 
 namespace lexctl {
+
+// What libcurl's own options cannot say: forgive only validity dates, and
+// take an IP host only from an IP subject alternative name (libcurl falls
+// back to the common name there; the other layer does not).
+struct TlsRules {
+  bool ignore_dates = false;
+  std::string ip_host;
+};
+
 namespace {
 
 const char kPluginId[] = "lexctl3-curl";
@@ -84,8 +94,11 @@ int Register(struct soap* soap, struct soap_plugin* plugin, void* arg) {
 }
 
 
-CURLcode IgnoreDates(CURL*, void* ssl_ctx, void*) {
-  SSL_CTX_set_verify(static_cast<SSL_CTX*>(ssl_ctx), SSL_VERIFY_PEER, VerifyIgnoringDates);
+CURLcode ConfigureTls(CURL*, void* ssl_ctx, void* data) {
+  auto* rules = static_cast<const TlsRules*>(data);
+  auto* ctx = static_cast<SSL_CTX*>(ssl_ctx);
+  if (rules->ignore_dates) SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER, VerifyIgnoringDates);
+  if (!rules->ip_host.empty()) X509_VERIFY_PARAM_set1_ip_asc(SSL_CTX_get0_param(ctx), rules->ip_host.c_str());
   return CURLE_OK;
 }
 
@@ -243,7 +256,14 @@ int CurlTransport::Perform(struct soap* soap) {
     bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
     api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
     api.easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
-    if (!check_dates) api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, IgnoreDates);
+    tls_rules_ = std::make_unique<TlsRules>();
+    tls_rules_->ignore_dates = !check_dates;
+    std::string host = HostOf(url_);
+    if (check_host && IsIpAddress(host)) tls_rules_->ip_host = host;
+    if (tls_rules_->ignore_dates || !tls_rules_->ip_host.empty()) {
+      api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, ConfigureTls);
+      api.easy_setopt(curl, CURLOPT_SSL_CTX_DATA, tls_rules_.get());
+    }
     ca_file_ = CaFileFor(settings_);
     api.easy_setopt(curl, CURLOPT_CAINFO, ca_file_.empty() ? nullptr : ca_file_.c_str());
     api.easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());

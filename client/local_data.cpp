@@ -170,13 +170,6 @@ int PostInTunnel(struct soap* soap, const char* endpoint, const char* host, int 
   return status;
 }
 
-bool IsIpAddress(const std::string& host) {
-  unsigned char buffer[16];
-  return inet_pton(AF_INET, host.c_str(), buffer) == 1 || inet_pton(AF_INET6, host.c_str(), buffer) == 1;
-}
-
-// gSOAP's own host check is looser than common practice (CN fallback with
-// a SAN present, "*" certificates, "-" as a wildcard), so the check is ours.
 // OpenSSL asks on the terminal when a key needs a pass phrase and none is
 // given; the client never asks: no pass phrase fails the key.
 int KeyPassword(char* buffer, int size, int, void* data) {
@@ -206,10 +199,19 @@ bool LoadClientKey(struct soap* soap, Hooks* hooks) {
   return true;
 }
 
+// gSOAP's own host check is looser than common practice (CN fallback with
+// a SAN present, "*" certificates, "-" as a wildcard), so the check is ours.
 SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char* host, int port) {
   Hooks* hooks = HooksOf(soap);
   if (!LoadClientKey(soap, hooks)) return SOAP_INVALID_SOCKET;
+  LastVerifyError() = X509_V_OK;
   SOAP_SOCKET socket = hooks->open(soap, endpoint, host, port);
+  if (!soap_valid_socket(socket) && soap->error == SOAP_SSL_ERROR && LastVerifyError() != X509_V_OK) {
+    // Name the reason, as libcurl does, rather than the bare SSL_ERROR_SSL.
+    std::string text = std::string("SSL certificate problem: ") + X509_verify_cert_error_string(LastVerifyError());
+    soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, SOAP_SSL_ERROR);
+    return socket;
+  }
   if (!soap_valid_socket(socket) || !soap->ssl || !hooks->check_host) return socket;
   X509* cert = SSL_get1_peer_certificate(soap->ssl);
   bool match = false;
@@ -227,17 +229,6 @@ SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char
   soap_set_sender_error(soap, "SSL/TLS error: the server's certificate does not match its host name",
                         nullptr, SOAP_SSL_ERROR);
   return SOAP_INVALID_SOCKET;
-}
-
-std::string HostOf(const std::string& url) {
-  size_t start = url.find("://");
-  start = start == std::string::npos ? 0 : start + 3;
-  if (start < url.size() && url[start] == '[') {
-    size_t close = url.find(']', start);
-    return url.substr(start + 1, close == std::string::npos ? std::string::npos : close - start - 1);
-  }
-  size_t end = url.find_first_of(":/", start);
-  return url.substr(start, end == std::string::npos ? std::string::npos : end - start);
 }
 
 bool StartsWithNoCase(const std::string& text, const char* prefix) {
@@ -305,7 +296,7 @@ void SoapClient::RebuildContext() {
     hooks->check_host = mode == kSslFull || mode == kSslNoExpire;
     fresh->fopen = OpenCheckingHost;
     fresh->fpost = PostInTunnel;
-    if (mode == kSslNoExpire || mode == kSslMinimum) fresh->fsslverify = VerifyIgnoringDates;
+    fresh->fsslverify = mode == kSslNoExpire || mode == kSslMinimum ? VerifyNotingIgnoringDates : VerifyNoting;
     unsigned short flags = mode == kSslNone ? SOAP_SSL_NO_AUTHENTICATION
                                             : SOAP_SSL_REQUIRE_SERVER_AUTHENTICATION | SOAP_SSL_SKIP_HOST_CHECK;
     flags |= SOAP_SSL_NO_DEFAULT_CA_PATH;

@@ -85,6 +85,13 @@ CASES = {
     "star": ("*", ["DNS:*"], {}, HOST_RELAXED),
     "dash": ("localh-st", ["DNS:localh-st"], {}, HOST_RELAXED),
 }
+# The reason a refused certificate is given for, the same on both layers.
+REASONS = {
+    "selfsigned": "SSL certificate problem: self-signed certificate",
+    "untrusted": "SSL certificate problem: unable to get local issuer certificate",
+    "expired": "SSL certificate problem: certificate has expired",
+    "notyet": "SSL certificate problem: certificate is not yet valid",
+}
 
 
 def run_modes(lexctl, cwd, url, layer, extra=()):
@@ -103,6 +110,11 @@ def run_modes(lexctl, cwd, url, layer, extra=()):
     if len(results) != len(MODES):
         raise AssertionError(f"unexpected output:\n{proc.stdout}\n{proc.stderr}")
     return dict(zip(MODES, results)), proc.stdout
+
+
+def full_mode_failure(out):
+    body = out.split("RESULT-START")[1].split("RESULT-END")[0]
+    return "".join(line for line in body.splitlines() if line.startswith("FAILED"))
 
 
 def _controlling_tty():
@@ -168,6 +180,8 @@ def main():
                         if got[mode] != want[mode]:
                             failures.append(f"{name} {layer} {mode}: {'accepted' if got[mode] else 'refused'},"
                                             f" expected {'accepted' if want[mode] else 'refused'}")
+                    if name in REASONS and REASONS[name] not in full_mode_failure(out):
+                        failures.append(f"{name} {layer}: reason not named: {full_mode_failure(out)!r}")
                     if name == "good":
                         ip, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{port}", layer, ["setopt sslcafile ca.pem"])
                         if not all(ip.values()):
@@ -231,7 +245,19 @@ def main():
                         failures.append(f"{where}: expected one FAILED line per request:\n{out[-800:]}")
         finally:
             sim.stop()
-    return report("tls_matrix", failures, checks=len(CASES) * 2 * len(MODES) + 2 * 4 + 2 + 2 * 3)
+        # An IP host must be an IP subject alternative name: a certificate that
+        # names the address only as its common name is refused on both layers.
+        make_cert("ipcn", "127.0.0.1", [], cwd)
+        sim = Lexsim(lexsim, ["--tls-cert", "ipcn.pem", "--tls-key", "ipcn.key"], cwd)
+        try:
+            port = sim.server.rsplit(":", 1)[1]
+            for layer in ("gsoap", "windows"):
+                got, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{port}", layer, ["setopt sslcafile ca.pem"])
+                if got != HOST_RELAXED:
+                    failures.append(f"ipcn {layer}: {got}, expected {HOST_RELAXED}")
+        finally:
+            sim.stop()
+    return report("tls_matrix", failures, checks=len(CASES) * 2 * len(MODES) + 2 * 4 + 2 + 2 * 3 + 2)
 
 
 if __name__ == "__main__":
