@@ -7,6 +7,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "client/tls_checks.h"
@@ -26,8 +27,6 @@ struct TlsRules {
 namespace {
 
 const char kPluginId[] = "lexctl3-curl";
-// A reply larger than this ends the call instead of filling memory.
-constexpr size_t kMaxReply = 64u << 20;
 
 // libcurl and the libraries it pulls in are many; they are loaded on the
 // first request of this layer so that start-up never pays for them.
@@ -145,7 +144,7 @@ int ErrorStatus(CURLcode code) {
 size_t CurlWrite(char* data, size_t size, size_t count, void* self) {
   auto* transport = static_cast<CurlTransport*>(self);
   size_t n = size * count;
-  if (transport->reply_body_.size() + n > kMaxReply) {
+  if (transport->reply_body_.size() + n > MaxReplyBytes()) {
     transport->reply_too_large_ = true;
     return 0;  // libcurl ends the transfer
   }
@@ -158,8 +157,15 @@ size_t CurlHeader(char* data, size_t size, size_t count, void* self) {
   size_t n = size * count;
   // Interim replies (100 Continue, a proxy's CONNECT) start a new header.
   if (n >= 5 && strncmp(data, "HTTP/", 5) == 0) transport->reply_headers_.clear();
-  if (transport->reply_headers_.size() + n > kMaxReply) return 0;
+  if (transport->reply_headers_.size() + n > MaxReplyBytes()) return 0;
   transport->reply_headers_.append(data, n);
+  // A large body is held once, not grown by copies.
+  if (n > 15 && strncasecmp(data, "Content-Length:", 15) == 0) {
+    unsigned long long length = strtoull(data + 15, nullptr, 10);
+    if (length > transport->reply_body_.capacity() && length <= MaxReplyBytes()) {
+      transport->reply_body_.reserve(length);
+    }
+  }
   return n;
 }
 
@@ -299,7 +305,11 @@ int CurlTransport::Perform(struct soap* soap) {
   }
 
   reply_headers_.clear();
-  reply_body_.clear();
+  if (reply_body_.capacity() > (1u << 20)) {
+    std::string().swap(reply_body_);
+  } else {
+    reply_body_.clear();
+  }
   reply_.clear();
   reply_pos_ = 0;
   reply_too_large_ = false;
@@ -351,6 +361,12 @@ size_t CurlTransport::Receive(char* data, size_t size) {
     size_t offset = reply_pos_ - reply_.size();
     n = std::min(size, reply_body_.size() - offset);
     memcpy(data, reply_body_.data() + offset, n);
+    // Once the library has a large body, this copy is only weight.
+    if (n > 0 && offset + n == reply_body_.size() && reply_body_.size() > (1u << 20)) {
+      std::string().swap(reply_body_);
+      reply_pos_ = reply_.size();
+      return n;
+    }
   }
   reply_pos_ += n;
   return n;

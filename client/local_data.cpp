@@ -26,9 +26,6 @@
 namespace lexctl {
 namespace {
 
-// A reply larger than this is refused rather than held in memory.
-constexpr ULONG64 kMaxReply = 64ull << 20;
-
 // Hooks of a context, kept per context so that a copied context chains to
 // the library's own functions.
 struct Hooks {
@@ -237,6 +234,15 @@ bool StartsWithNoCase(const std::string& text, const char* prefix) {
 
 }  // namespace
 
+size_t MaxReplyBytes() {
+  static const size_t limit = [] {
+    const char* text = getenv("LEXCTL3_MAX_REPLY_MB");
+    long long megabytes = text ? atoll(text) : 0;
+    return megabytes > 0 ? static_cast<size_t>(megabytes) << 20 : size_t{1} << 30;
+  }();
+  return limit;
+}
+
 HeaderObserver& CurrentHeaderObserver() {
   thread_local HeaderObserver observer;
   return observer;
@@ -285,7 +291,7 @@ void SoapClient::RebuildContext() {
   fresh->connect_timeout = settings.connect_timeout;
   fresh->recv_timeout = settings.io_timeout;
   fresh->send_timeout = settings.io_timeout;
-  fresh->recv_maxlength = kMaxReply;
+  fresh->recv_maxlength = MaxReplyBytes();
 
   auto* hooks = new Hooks{this, fresh->fposthdr, fresh->fparsehdr, fresh->fopen, fresh->fsend,
                           fresh->frecv, fresh->fpost, HostOf(settings.endpoint)};

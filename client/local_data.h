@@ -34,6 +34,11 @@ inline constexpr char kServicePath[] = "/nvsoap/nvsoap.cgi";
 /// a command; a stalled one ends at the time-out itself.
 inline constexpr long kLowSpeedLimit = 10;
 
+/// The largest reply the client takes in: 1 GiB, or LEXCTL3_MAX_REPLY_MB
+/// megabytes when that is set. A longer reply ends the command instead of
+/// filling memory.
+size_t MaxReplyBytes();
+
 /// Sees each HTTP header of a reply on this thread while set ("versions").
 using HeaderObserver = std::function<void(const char* key, const char* value)>;
 HeaderObserver& CurrentHeaderObserver();

@@ -49,7 +49,9 @@ def main():
                         with open(os.path.join(cwd, "bad.lex"), "w") as f:
                             f.write("\n".join(script) + "\n")
                         proc = subprocess.run([lexctl, "--script", "bad.lex"], cwd=cwd, capture_output=True,
-                                              text=True, timeout=180, env=dict(os.environ, HOME=cwd))
+                                              text=True, timeout=180,
+                                              # a small reply limit keeps the endless reply short
+                                              env=dict(os.environ, HOME=cwd, LEXCTL3_MAX_REPLY_MB="8"))
                         out = proc.stdout
                         before = out.split("SETTINGS-BEFORE")[1].split("CALL")[0]
                         call = out.split("CALL")[1].split("SETTINGS-AFTER")[0]
