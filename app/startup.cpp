@@ -9,6 +9,7 @@
 #include <string>
 
 #include "app/client_link.h"
+#include "client/local_data.h"
 #include "shell/command.h"
 #include "shell/interpreter.h"
 #include "shell/option_scanner.h"
@@ -22,6 +23,7 @@ const OptionDef kOptions[] = {
     {0, "-?", kOptNoArgument},     {0, "-h", kOptNoArgument},
     {0, "-help", kOptNoArgument},  {0, "--help", kOptNoArgument},
     {1, "--script", kOptRequired}, {2, "--output", kOptRequired},
+    {3, "--version", kOptNoArgument},
     {-1, nullptr, 0},
 };
 
@@ -67,6 +69,9 @@ int Main(const std::vector<const char*>& args) {
       case 2:
         output = scanner.argument();
         break;
+      case 3:
+        printf("%s%s\n", kClientName, kClientVersionSuffix);
+        return 0;
     }
   }
   const ArgVector& commands = scanner.positional();
