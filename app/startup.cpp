@@ -15,6 +15,7 @@
 #include "shell/option_scanner.h"
 #include "shell/output.h"
 #include "shell/platform.h"
+#include "shell/script.h"
 
 namespace lexctl {
 namespace {
@@ -23,7 +24,7 @@ const OptionDef kOptions[] = {
     {0, "-?", kOptNoArgument},     {0, "-h", kOptNoArgument},
     {0, "-help", kOptNoArgument},  {0, "--help", kOptNoArgument},
     {1, "--script", kOptRequired}, {2, "--output", kOptRequired},
-    {3, "--version", kOptNoArgument},
+    {3, "--version", kOptNoArgument}, {4, "--errexit", kOptNoArgument},
     {-1, nullptr, 0},
 };
 
@@ -52,6 +53,7 @@ int Main(const std::vector<const char*>& args) {
 
   const char* script = nullptr;
   const char* output = nullptr;
+  bool errexit = false;
   ArgVector words(args.begin(), args.end());
   OptionScanner scanner(kOptions, words);
   while (scanner.Next()) {
@@ -72,6 +74,9 @@ int Main(const std::vector<const char*>& args) {
       case 3:
         printf("%s%s\n", kClientName, kClientVersionSuffix);
         return 0;
+      case 4:
+        errexit = true;
+        break;
     }
   }
   const ArgVector& commands = scanner.positional();
@@ -105,10 +110,13 @@ int Main(const std::vector<const char*>& args) {
   LinkClient();
   const ClientBinding& client = RegisteredClient();
   if (client.global_init) client.global_init();
+  SetErrexit(errexit);
   bool ok = RunInterpreter(run_script, true);
   if (client.global_cleanup) client.global_cleanup();
   if (!temp_remove.empty()) remove(temp_remove.c_str());
-  return ok ? 0 : 1;
+  if (!ok) return 1;
+  // For scripts run in CI: a failed command anywhere fails the run.
+  return errexit && AnyCommandFailed() ? 2 : 0;
 }
 
 }  // namespace lexctl

@@ -47,6 +47,8 @@ class ExecThread {
 
   std::string name;
   const char* current_command = nullptr;
+  /// Set when the command being run reported a failure (MarkFailed).
+  bool failed = false;
   std::atomic<bool> stop{false};
   std::atomic<bool> running{false};
 
