@@ -82,6 +82,8 @@ class RequestFrame {
   bool ExpectPositional(size_t min, size_t max);
   /// Appends one select key (with its value, if any) in command-line order.
   void AddSelectKey(const std::string& key);
+  /// Whether the select keys so far contain text.
+  bool SelectHas(const std::string& text) const { return keys_.find(text) != std::string::npos; }
 
   /// Prints "SelectKeys:   ..." when there are select keys.
   void PrintSelectKeys();
