@@ -616,7 +616,8 @@ int nv__AddDictionaryEntry(struct soap* soap, std::string* licence, std::string*
           for (const DictEntry& e : made) {
             std::string key = DupKey(e, d.memory, false);
             auto same = [&](const DictEntry& x) { return DupKey(x, d.memory, false) == key; };
-            if (std::any_of(d.entries.begin(), d.entries.end(), same)) {
+            if (std::any_of(d.entries.begin(), d.entries.end(), same) ||
+                std::any_of(batch.begin(), batch.end(), same)) {
               errs.push_back({6, "DUPLICATE", "Duplicate entry", 1, 1,
                               d.memory ? "" : dictfmt::FormatNative(e), e.headword});
             }
