@@ -82,8 +82,10 @@ class RequestFrame {
   bool ExpectPositional(size_t min, size_t max);
   /// Appends one select key (with its value, if any) in command-line order.
   void AddSelectKey(const std::string& key);
-  /// Whether the select keys so far contain text.
-  bool SelectHas(const std::string& text) const { return keys_.find(text) != std::string::npos; }
+  /// Whether a key (a whole word, as "dic") is among the select keys so far.
+  bool HasSelectKey(const std::string& key) const;
+  /// Whether the select text so far contains text anywhere ("uilang=").
+  bool SelectContains(const std::string& text) const { return keys_.find(text) != std::string::npos; }
 
   /// Prints "SelectKeys:   ..." when there are select keys.
   void PrintSelectKeys();
