@@ -85,6 +85,10 @@ void RequestFrame::AddSelectKey(const std::string& key) {
   keys_ += key;
 }
 
+bool RequestFrame::HasSelectKey(const std::string& key) const {
+  return (keys_ + " ").find(" " + key + " ") != std::string::npos;
+}
+
 void RequestFrame::PrintSelectKeys() {
   if (keys_.empty()) return;
   select_ = keys_.substr(1);

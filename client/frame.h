@@ -82,6 +82,8 @@ class RequestFrame {
   bool ExpectPositional(size_t min, size_t max);
   /// Appends one select key (with its value, if any) in command-line order.
   void AddSelectKey(const std::string& key);
+  /// Whether a key (a whole word, as "dic") is among the select keys so far.
+  bool HasSelectKey(const std::string& key) const;
 
   /// Prints "SelectKeys:   ..." when there are select keys.
   void PrintSelectKeys();

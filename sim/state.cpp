@@ -70,6 +70,8 @@ std::vector<EngineDef> MakeEngines() {
   jk.eid_right = "QZ-EK";
   jk.type = etype::kBridge;
   jk.support = esupport::kTranslate | esupport::kProperties | esupport::kParse | 0x1000 /*TRANSLATE_PHRASE*/;
+  // Open-ended: a start but no end.
+  jk.valid_from = "2015-07-01T00:00:00Z";
   v.push_back(jk);
 
   EngineDef tm;
@@ -278,6 +280,9 @@ State::State() {
   auto& je = profiles_["QZ-JE"];
   je["default"].display = {{"en", "Default"}, {"ja", "標準"}};
   je["default"].props = {{"style", {"plain", false}}};
+  auto& jk = profiles_["QZ-JK"];
+  jk["default"].display = {{"en", "Default"}, {"ja", "標準"}};
+  jk["default"].props = {{"style", {"casual", false}}, {"domain", {"general", true}}};
   auto& tm = profiles_["QZ-TM"];
   tm["default"].display = {{"en", "Default"}, {"ja", "標準"}};
   tm["default"].props = {{"tm.min.rate", {"70", false}}};

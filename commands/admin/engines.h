@@ -5,6 +5,9 @@
 
 namespace lexctl {
 
+void CmdEinfo(ExecThread& thread, ArgVector& args);
+void CmdProfile(ExecThread& thread, ArgVector& args);
+
 extern const CommandRecord kEngineInfoRows[];  ///< einfo (group INFORMATIONAL)
 extern const CommandRecord kProfileRows[];  ///< profile (group UTILITY)
 

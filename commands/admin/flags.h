@@ -5,6 +5,9 @@
 
 namespace lexctl {
 
+void CmdFlags(ExecThread& thread, ArgVector& args);
+void CmdFeatures(ExecThread& thread, ArgVector& args);
+
 extern const CommandRecord kFlagCommandRows[];  ///< flags, features (group UTILITY)
 
 }  // namespace lexctl
