@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "shell/variables.h"
+
 namespace lexctl {
 namespace {
 
@@ -37,14 +39,42 @@ std::string ResolveWord(const std::string& word, const std::vector<CreatedDid>& 
 
 }  // namespace
 
-void AddCreatedDid(const std::string& text, int64_t did) {
+void AddCreatedDid(const CreatedDid& record) {
   std::lock_guard<std::mutex> hold(list_lock);
-  created.push_back({text, did});
+  created.push_back(record);
+  // Under the list's lock, so that LAST names the newest record even when
+  // threads create dictionaries at once.
+  SetVariable("LAST", std::to_string(record.did));
 }
 
 std::vector<CreatedDid> CreatedDids() {
   std::lock_guard<std::mutex> hold(list_lock);
   return created;
+}
+
+bool FindCreatedDid(int64_t did, CreatedDid& record) {
+  std::lock_guard<std::mutex> hold(list_lock);
+  for (auto it = created.rbegin(); it != created.rend(); ++it) {
+    if (it->did == did) {
+      record = *it;
+      return true;
+    }
+  }
+  return false;
+}
+
+int64_t ResolveDid(const char* text) {
+  if (!text) return 0;
+  if (isdigit(static_cast<unsigned char>(text[0]))) return strtoll(text, nullptr, 10);
+  if (strncasecmp(text, "LAST", 4) != 0) return 0;
+  long long back = 0;
+  if (text[4] == '-') {
+    back = atoll(text + 5);
+    if (back <= 0) return 0;
+  }
+  std::lock_guard<std::mutex> hold(list_lock);
+  if (back >= static_cast<long long>(created.size())) return 0;
+  return created[created.size() - 1 - back].did;
 }
 
 std::string ResolveDidList(const std::string& text) {

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <unordered_set>
 
 #include "admin_wire.h"
 #include "crypto.h"
@@ -107,6 +108,11 @@ xsd__base64Binary* Binary(const Call& call, const std::string& s) {
   b->__size = static_cast<int>(s.size());
   b->__ptr = static_cast<unsigned char*>(soap_malloc(call.soap(), s.size() + 1));
   std::copy(s.begin(), s.end(), b->__ptr);
+  // Clients that send the select key "dime" take binary replies as DIME attachments.
+  if (call.keys().Has("dime")) {
+    soap_set_omode(call.soap(), SOAP_ENC_DIME);
+    b->type = soap_strdup(call.soap(), "application/octet-stream");
+  }
   return b;
 }
 
@@ -172,19 +178,17 @@ bool IsUtf8Name(const std::string& e) {
          lexsim::EqualsNoCase(e, "auto");
 }
 
-// Entries are duplicates when their text matches ignoring case.
-bool SameEntry(const DictEntry& a, const DictEntry& b, bool memory, bool head_only) {
+// Entries are duplicates when their texts match ignoring case: this is the text compared.
+std::string DupKey(const DictEntry& e, bool memory, bool head_only) {
   if (!memory) {
-    return lexsim::EqualsNoCase(a.headword, b.headword) &&
-           (head_only || lexsim::EqualsNoCase(a.target, b.target));
-  }
-  auto key = [&](const DictEntry& e) {
-    std::string k;
-    for (const lexsim::TmSentence& s : e.sentences)
-      if (s.key || !head_only) k += s.lang + "\x1f" + lexsim::ToLower(s.text) + "\x1e";
+    std::string k = lexsim::ToLower(e.headword);
+    if (!head_only) k += "\x1f" + lexsim::ToLower(e.target);
     return k;
-  };
-  return key(a) == key(b);
+  }
+  std::string k;
+  for (const lexsim::TmSentence& s : e.sentences)
+    if (s.key || !head_only) k += s.lang + "\x1f" + lexsim::ToLower(s.text) + "\x1e";
+  return k;
 }
 
 nv__SourceError MakeSourceError(const Call& call, const dictfmt::SourceErr& e) {
@@ -467,6 +471,11 @@ int nv__DictionaryImport(struct soap* soap, std::string* licence, std::string* c
         bool replace = keys.Has("replace");
 
         std::vector<DictEntry> kept;
+        // Keys of the entries a new one must not duplicate, so that large imports stay linear.
+        bool head = dupcheck == "head";
+        std::unordered_set<std::string> seen;
+        if (dupcheck != "none" && !replace)
+          for (const DictEntry& x : d.entries) seen.insert(DupKey(x, d.memory, head));
         std::vector<dictfmt::SourceErr> errors;
         int64_t counted = 0;
         bool aborted = false;
@@ -494,13 +503,7 @@ int nv__DictionaryImport(struct soap* soap, std::string* licence, std::string* c
             ++counted;
           }
           for (dictfmt::Parsed& p : pr.entries) {
-            bool dup = false;
-            if (dupcheck != "none") {
-              bool head = dupcheck == "head";
-              auto same = [&](const DictEntry& x) { return SameEntry(x, p.entry, d.memory, head); };
-              dup = std::any_of(kept.begin(), kept.end(), same) ||
-                    (!replace && std::any_of(d.entries.begin(), d.entries.end(), same));
-            }
+            bool dup = dupcheck != "none" && !seen.insert(DupKey(p.entry, d.memory, head)).second;
             if (!dup) {
               kept.push_back(std::move(p.entry));
               continue;
@@ -611,7 +614,8 @@ int nv__AddDictionaryEntry(struct soap* soap, std::string* licence, std::string*
                                           : "A normal dictionary takes entries in source form");
           }
           for (const DictEntry& e : made) {
-            auto same = [&](const DictEntry& x) { return SameEntry(x, e, d.memory, false); };
+            std::string key = DupKey(e, d.memory, false);
+            auto same = [&](const DictEntry& x) { return DupKey(x, d.memory, false) == key; };
             if (std::any_of(d.entries.begin(), d.entries.end(), same)) {
               errs.push_back({6, "DUPLICATE", "Duplicate entry", 1, 1,
                               d.memory ? "" : dictfmt::FormatNative(e), e.headword});

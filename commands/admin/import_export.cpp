@@ -1,8 +1,271 @@
 #include "commands/admin/import_export.h"
 
+#include <glob.h>
+#include <strings.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "client/did_list.h"
+#include "client/frame.h"
+#include "commands/admin/dict_printers.h"
+#include "commands/common/files.h"
+#include "commands/common/payload.h"
+#include "shell/dispatch.h"
+#include "shell/output.h"
+#include "soapH.h"
+
 namespace lexctl {
+namespace {
+
+enum TransferOption { kOptFormat = kOptOwn, kOptEncoding };
+
+const OptionDef kImportOptions[] = {LEXCTL_COMMON_OPTIONS,
+                                    LEXCTL_OPT_KEY("-replace"),
+                                    LEXCTL_OPT_KEY("-nodetect"),
+                                    LEXCTL_OPT_KEY("-asfirst"),
+                                    LEXCTL_OPT_KEY_ARG("-onerror"),
+                                    LEXCTL_OPT_KEY_ARG("-ondup"),
+                                    LEXCTL_OPT_KEY_ARG("-errlimit"),
+                                    LEXCTL_OPT_KEY_ARG("-dupcheck"),
+                                    {kOptFormat, "-format", kOptRequired},
+                                    {kOptEncoding, "-encoding", kOptRequired},
+                                    LEXCTL_OPT_END};
+
+const OptionDef kExportOptions[] = {LEXCTL_COMMON_OPTIONS,
+                                    {kOptFormat, "-format", kOptRequired},
+                                    {kOptEncoding, "-encoding", kOptRequired},
+                                    LEXCTL_OPT_END};
+
+// The files a pattern names, in the order glob(3) gives them. Folders match
+// patterns too but hold no dictionary source.
+void AppendMatches(const char* pattern, std::vector<std::string>& files) {
+  glob_t found{};
+  if (glob(pattern, GLOB_MARK, nullptr, &found) == 0) {
+    for (size_t i = 0; i < found.gl_pathc; ++i) {
+      std::string path = found.gl_pathv[i];
+      if (!path.empty() && path.back() != '/') files.push_back(path);
+    }
+  }
+  globfree(&found);
+}
+
+// Writes one exported file; a file that cannot be written completely is
+// removed again.
+bool SaveExport(const std::string& path, const xsd__base64Binary* data) {
+  FILE* file = fopen(path.c_str(), "wb");
+  if (!file) return false;
+  size_t size = data && data->__ptr && data->__size > 0 ? static_cast<size_t>(data->__size) : 0;
+  bool ok = size == 0 || fwrite(data->__ptr, 1, size, file) == size;
+  ok = fclose(file) == 0 && ok;
+  if (!ok) remove(path.c_str());
+  return ok;
+}
+
+struct Transfer {
+  std::string format;
+  std::string encoding;
+  bool has_format = false;
+  bool has_encoding = false;
+
+  bool Take(const OptionScanner& option) {
+    if (option.id() == kOptFormat) {
+      format = option.argument();
+      has_format = true;
+    } else {
+      encoding = option.argument();
+      has_encoding = true;
+    }
+    return true;
+  }
+  void Echo(ExecThread& thread) const {
+    if (has_format) ThreadPrint(thread, "Format:       %s\n", format.c_str());
+    if (has_encoding) ThreadPrint(thread, "Encoding:     %s\n", encoding.c_str());
+  }
+};
+
+}  // namespace
+
+std::string FormatSize(int64_t bytes) {
+  char text[64];
+  if (bytes < 1024) {
+    snprintf(text, sizeof text, "%d bytes", static_cast<int>(bytes));
+    return text;
+  }
+  static const char* const kUnits[] = {"KB", "MB", "GB"};
+  double value = static_cast<double>(bytes) / 1024;
+  size_t unit = 0;
+  while (value > 1024 && unit + 1 < sizeof kUnits / sizeof kUnits[0]) {
+    value /= 1024;
+    ++unit;
+  }
+  snprintf(text, sizeof text, "%0.2f %s", value, kUnits[unit]);
+  return text;
+}
+
+std::string ExportFileName(const std::string& base, const std::string& server_name) {
+  size_t slash = server_name.find_last_of("/\\");
+  std::string leaf = slash == std::string::npos ? server_name : server_name.substr(slash + 1);
+  size_t dot = leaf.rfind('.');
+  if (dot == std::string::npos || dot + 1 == leaf.size()) return base;
+  std::string extension = leaf.substr(dot);
+  if (base.size() >= extension.size() &&
+      strcasecmp(base.c_str() + base.size() - extension.size(), extension.c_str()) == 0) {
+    return base;
+  }
+  return base + extension;
+}
+
+void CmdDimport(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdDimport, args, true)) return;
+  RunGuarded(thread, [&] {
+    RequestFrame frame(thread, "");
+    Transfer transfer;
+    if (!frame.Scan(kImportOptions, args, [&](const OptionScanner& o) { return transfer.Take(o); }))
+      return;
+    const ArgVector& words = frame.positional();
+    int64_t did = words.empty() ? 0 : ResolveDid(words[0]);
+    if (words.size() < 2 || did == 0) {
+      ThreadPrint(thread, kMsgInvalidArgs);
+      return;
+    }
+    std::vector<std::string> files;
+    for (size_t i = 1; i < words.size(); ++i) AppendMatches(words[i], files);
+    if (files.empty()) {
+      ThreadPrint(thread, "Invalid arguments. No matching files found.\n");
+      return;
+    }
+    std::vector<std::string> contents(files.size());
+    for (size_t i = 0; i < files.size(); ++i) {
+      if (!ReadFileData(thread, files[i], contents[i])) return;
+    }
+    if (!frame.SelectHas("uilang=")) frame.AddSelectKey("uilang=" + frame.data().uilang);
+
+    frame.PrintSelectKeys();
+    ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
+    transfer.Echo(thread);
+    for (size_t i = 0; i < files.size(); ++i) {
+      ThreadPrint(thread, "Dic Data:     %s (%s)\n", files[i].c_str(),
+                  FormatSize(static_cast<int64_t>(contents[i].size())).c_str());
+    }
+    ThreadPrint(thread, "\n");
+
+    nv__DictionaryDataArray data;
+    data.item.resize(files.size());
+    for (size_t i = 0; i < files.size(); ++i) {
+      data.item[i].filename = &files[i];
+      data.item[i].filedata = Payload(frame.data(), contents[i], files[i]);
+    }
+    nv__DictionaryImportResponse response;
+    frame.Check(soap_call_nv__DictionaryImport(
+        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
+        frame.select(), did, transfer.has_format ? &transfer.format : nullptr,
+        transfer.has_encoding ? &transfer.encoding : nullptr, &data, response));
+    frame.Token(response.token);
+    frame.Warnings(response.error);
+    ThreadPrint(thread, "Done.\n");
+    if (response.formatUsed)
+      ThreadPrint(thread, "Input Format Used:   %s\n", response.formatUsed->c_str());
+    if (response.encodingUsed)
+      ThreadPrint(thread, "Input Encoding Used: %s\n", response.encodingUsed->c_str());
+    ThreadPrint(thread, "Dictionary Updated:  %s\n",
+                response.updated && *response.updated ? "true" : "false");
+    if (response.sourceError && !response.sourceError->item.empty()) {
+      ThreadPrint(thread, "Source Errors:\n");
+      PrintSourceErrors(thread, response.sourceError);
+    }
+  });
+}
+
+void CmdDexport(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdDexport, args, true)) return;
+  RunGuarded(thread, [&] {
+    RequestFrame frame(thread, "");
+    Transfer transfer;
+    if (!frame.Scan(kExportOptions, args, [&](const OptionScanner& o) { return transfer.Take(o); }))
+      return;
+    const ArgVector& words = frame.positional();
+    int64_t did = words.empty() ? 0 : ResolveDid(words[0]);
+    if (words.empty() || words.size() > 2 || did == 0) {
+      ThreadPrint(thread, kMsgInvalidArgs);
+      return;
+    }
+    std::string base = words.size() == 2 ? words[1] : std::to_string(did);
+    if (frame.data().settings.dime) frame.AddSelectKey("dime");
+
+    frame.PrintSelectKeys();
+    ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
+    transfer.Echo(thread);
+    ThreadPrint(thread, "\n");
+
+    nv__DictionaryExportResponse response;
+    frame.Check(soap_call_nv__DictionaryExport(
+        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
+        frame.select(), did, transfer.has_format ? &transfer.format : nullptr,
+        transfer.has_encoding ? &transfer.encoding : nullptr, response));
+    frame.Token(response.token);
+    frame.Warnings(response.error);
+    if (!response.data) return;
+    for (const nv__DictionaryData& item : response.data->item) {
+      std::string name = ExportFileName(base, item.filename ? *item.filename : "");
+      if (!SaveExport(name, item.filedata)) {
+        ThreadPrint(thread, "Unable to save data to file: %s\n", name.c_str());
+        return;
+      }
+      int64_t size = item.filedata && item.filedata->__size > 0 ? item.filedata->__size : 0;
+      ThreadPrint(thread, "Written data to %s (%s)\n", name.c_str(), FormatSize(size).c_str());
+    }
+  });
+}
 
 const CommandRecord kImportExportRows[] = {
+    {"daddsrc", CmdDimport, CMDF_HIDDEN, nullptr, nullptr},
+    {"dimport", CmdDimport, 0, "Import to a dictionary.",
+     "Usage: dimport DID DATAFILE [DATAFILE ...]\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-rmax MILLISEC]\n"
+     "              [-format FORMAT]            [-encoding ENCODING]\n"
+     "              [-replace]                  [-nodetect]\n"
+     "              [-asfirst]                  [-onerror ACTION]\n"
+     "              [-ondup ACTION]             [-errlimit N]\n"
+     "              [-dupcheck VALUE]\n\n"
+     LEXCTL_COMMON_OPTION_HELP
+     "    -format     The format of the dictionary source data.\n"
+     "    -encoding   The character encoding of the dictionary source data.\n"
+     "    -replace    Replace all existing source of the dictionary (default: false).\n"
+     "    -nodetect   Do not detect the character encoding of the data.\n"
+     "    -asfirst    The new entries take priority over existing ones and are\n"
+     "                added before them.\n"
+     "    -onerror    \"cancel\" (the default) processes entries until the error\n"
+     "                limit is reached but does not update the dictionary;\n"
+     "                \"continue\" updates the dictionary with all entries that\n"
+     "                caused no error.\n"
+     "    -ondup      \"error\" (the default) reports a duplicate and counts it\n"
+     "                towards the error limit; \"warn\" reports it without\n"
+     "                counting; \"ignore\" neither reports nor counts.\n"
+     "    -errlimit   The number of errors after which the import is aborted\n"
+     "                (used only with -onerror cancel).\n"
+     "    -dupcheck   How the server checks for duplicate entries.\n\n"
+     "Each DATAFILE may be a file name pattern with the wildcards * and ?; all\n"
+     "matching files are sent. For example:\n\n"
+     "    dimport 10000 foo.jdc foo.idx\n"
+     "    dimport 10000 foo.j?? foo.idx\n"
+     "    dimport 10000 foo.*\n"},
+    {"dgetsrc", CmdDexport, CMDF_HIDDEN, nullptr, nullptr},
+    {"dexport", CmdDexport, 0, "Export a dictionary.",
+     "Usage: dexport DID [DATAFILE]\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-rmax MILLISEC]\n"
+     "              [-format FORMAT]            [-encoding ENCODING]\n\n"
+     LEXCTL_COMMON_OPTION_HELP
+     "    -format     The format of the exported dictionary source data.\n"
+     "    -encoding   The character encoding of the exported data.\n\n"
+     "Each exported file is written to DATAFILE, or to a file named after the DID\n"
+     "when DATAFILE is not given, ending with the extension of the file the server\n"
+     "returns.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 

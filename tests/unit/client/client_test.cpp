@@ -57,8 +57,8 @@ TEST(Credentials, PercentEncodingWidensHighBytes) {
 TEST(DidList, LastReferencesFollowTheCreatedList) {
   EXPECT_EQ(ResolveDidList("12,0;5"), "12,0;5");  // nothing to resolve: unchanged
   EXPECT_EQ(ResolveDidList("LAST"), "LAST");        // nothing created yet
-  AddCreatedDid("first", 5);
-  AddCreatedDid("second", 7);
+  AddCreatedDid({"QZ-EJ", 0x400, 0x10, 5});
+  AddCreatedDid({"QZ-EJ", 0x1000, 0x10, 7});
   EXPECT_EQ(ResolveDidList("12,0,LAST"), "12 0 7");
   EXPECT_EQ(ResolveDidList("LAST-1 last"), "5 7");
   EXPECT_EQ(ResolveDidList("LAST-5 LAST-0 LAST-x LAST-"), "LAST-5 LAST-0 LAST-x LAST-");

@@ -1,0 +1,20 @@
+#include "commands/common/payload.h"
+
+#include "client/local_data.h"
+#include "soapH.h"
+
+namespace lexctl {
+
+xsd__base64Binary* Payload(LocalData& data, const std::string& bytes, const std::string& name) {
+  struct soap* soap = data.context();
+  xsd__base64Binary* binary = soap_new_xsd__base64Binary(soap);
+  binary->__ptr = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes.data()));
+  binary->__size = static_cast<int>(bytes.size());
+  if (data.settings.dime) {
+    binary->type = soap_strdup(soap, "application/octet-stream");
+    binary->options = soap_dime_option(soap, 0, name.c_str());
+  }
+  return binary;
+}
+
+}  // namespace lexctl
