@@ -25,12 +25,12 @@ constexpr char kDtransferUsage[] =
     "                pairs with the first -to engine, and so on.\n"
     "    -dryrun     Show what would be transferred; nothing is changed.\n\n"
     "Copies each dictionary that a user owns on a -from engine to the paired -to\n"
-    "engine, as that user: the same type, subject, languages, display texts and memory\n"
-    "details, the exported source imported with replace, the same shares, and the new\n"
-    "DID added to the user's settings for the -to engine (LAST names the newest copy).\n"
-    "A dictionary whose subject the user already has on the -to engine is ignored. The\n"
-    "source dictionaries are left as they are. USERID may hold \"*\" wildcards; your own\n"
-    "userid is skipped.\n";
+    "engine, as that user: the same type, subject, languages, display texts and\n"
+    "memory details, the exported source imported with replace, the same shares,\n"
+    "and the new DID added to the user's settings for the -to engine (LAST names\n"
+    "the newest copy). A dictionary whose subject the user already has on the -to\n"
+    "engine is ignored. The source dictionaries are left as they are. USERID may\n"
+    "hold \"*\" wildcards; your own userid is skipped.\n";
 
 enum TransferOption { kTransferFrom = kOptOwn, kTransferTo, kTransferDryrun };
 const OptionDef kTransferOptions[] = {LEXCTL_COMMON_OPTIONS,

@@ -61,18 +61,19 @@ namespace {
 
 constexpr char kUdumpUsage[] =
     "Usage: udump [USERID] [-prefix PREFIX] [-target USERID]\n\n"
-    "    -prefix     Start the names of the files written with PREFIX (default: the\n"
-    "                dumped userid).\n"
+    "    -prefix     Start the names of the files written with PREFIX (default:\n"
+    "                the dumped userid).\n"
     "    -target     The userid that the generated commands create and run as\n"
     "                (default: the dumped userid). Its password is its userid.\n\n"
-    "Writes a script of lexctl3 commands, PREFIX_udump.txt, that re-creates the user with\n"
-    "all settings, engines and owned dictionaries when it is run with read, and the\n"
-    "dictionaries' exported data beside it (e.g. foo_10001.native, foo_10002.tmtext, and\n"
-    "foo_10002.dat for a translation memory's user data). Shares of other users'\n"
-    "dictionaries go to PREFIX_udump_dicshares.txt. Everything is written into the\n"
-    "current directory. USERID may hold \"*\" wildcards; without it the current user is\n"
-    "dumped. After the dictionaries, one uupdate -engSet line per engine points the\n"
-    "engine's dictionary list at the re-created dictionaries.\n";
+    "Writes a script of lexctl3 commands, PREFIX_udump.txt, that re-creates the\n"
+    "user with all settings, engines and owned dictionaries when it is run with\n"
+    "read, and the dictionaries' exported data beside it (e.g. foo_10001.native,\n"
+    "foo_10002.tmtext, and foo_10002.dat for a translation memory's user data).\n"
+    "Shares of other users' dictionaries go to PREFIX_udump_dicshares.txt.\n"
+    "Everything is written into the current directory. USERID may hold \"*\"\n"
+    "wildcards; without it the current user is dumped. After the dictionaries, one\n"
+    "uupdate -engSet line per engine points the engine's dictionary list at the\n"
+    "re-created dictionaries.\n";
 
 enum UdumpOption { kUdumpPrefix = kOptOwn, kUdumpTarget };
 const OptionDef kUdumpOptions[] = {{kUdumpPrefix, "-prefix", kOptRequired},

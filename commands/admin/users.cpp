@@ -15,71 +15,82 @@
 namespace lexctl {
 namespace {
 
-#define USER_OPTION_HELP                                                                         \
-  "    -userName DISPLAY     The user's display name.\n"                                         \
-  "    -userPass PASSWORD    The user's password; it is hashed with the userid before it\n"     \
-  "                          is sent.\n"                                                         \
-  "    -userApi API          API functions: flag names (see flags -api), a number, or \"all\".\n" \
-  "    -userFeat FEATURES    A blank-separated list of feature codes (see features), e.g.\n"     \
-  "                          \"ECHO SOAP TEXT TMUL\". Codes may carry \"+\" or \"-\" to add or\n" \
-  "                          remove, e.g. \"ALL -REST\". NONE and ALL may be used anywhere;\n"   \
-  "                          CURRENT may stand first to modify the current user's\n"            \
-  "                          features, e.g. \"CURRENT +SOAP\".\n"                                \
-  "    -userZone TIMEZONE    The user's time zone, used for rolling-period limits only\n"       \
-  "                          (not for validity periods); default the current user's zone.\n"  \
-  "    -userFrom TIME        Start of the account's validity period, or \"unlimited\".\n"      \
-  "    -userTo TIME          End of the account's validity period, or \"unlimited\".\n"        \
-  "    -userLimit TYPE=MAX   Set a limit: max.call.chars.text, max.call.chars.data,\n"          \
-  "                          max.hour.chars, max.day.chars, max.month.chars,\n"                \
-  "                          max.total.chars, dictionaries.owned, sessions,\n"                 \
-  "                          max.parallel.requests. \"none\" removes all limits; only the\n"   \
-  "                          limits given are changed; a MAX of -1 removes that limit.\n"     \
-  "    -userIp CIDR          Client addresses allowed: \"127.0.0.1\" (IPv4 address),\n"        \
-  "                          \"192.168.0.0/16\" (IPv4 subnet in CIDR form),\n"                  \
-  "                          \"192.168.0.0/255.255.0.0\" (mask form), \"[::1]\" (IPv6\n"        \
-  "                          address), \"[::1]/16\" (IPv6 subnet), \"allv4\" (all IPv4\n"        \
-  "                          addresses), \"allv6\" (all IPv6 addresses). All entries must\n"   \
-  "                          be given at once and replace the old ones; \"all\" or \"any\"\n"   \
-  "                          removes every entry (connections from anywhere).\n"             \
-  "    -userIpAdd CIDR       Add one CIDR to the existing list.\n"                            \
-  "    -userIpDel CIDR       Remove one CIDR that matches exactly.\n"                          \
-  "    -userPropAdd [!][@]KEY=VAL  Add a property (fault on an existing property).\n"        \
-  "    -userPropSet [!][@]KEY=VAL  Add or overwrite a property.\n"                            \
-  "    -userPropDel KEY      Delete a property (error if missing).\n"                         \
-  "                          KEY and VAL may be any Unicode; the server lower-cases the\n"    \
-  "                          ASCII characters of KEY. Prefix \"!\" makes a read-only\n"        \
-  "                          property (must be repeated on every set; only on other\n"       \
-  "                          users), prefix \"@\" a property of the current session instead\n" \
-  "                          of a global one. Values are strings (binary values may be\n"     \
-  "                          stored base64-encoded).\n"                                        \
-  "    -engAdd EID           Open an engine definition that adds, sets or deletes\n"          \
-  "    -engSet EID           the engine; the engine options after it, up to the next\n"       \
-  "    -engDel EID           of these three, belong to it.\n"                                \
-  "    -engType TYPE         0 or HIDDEN.\n"                                                   \
-  "    -engSupport FLAG      Support flags, repeatable, names or a decimal integer, \"all\"\n" \
-  "                          for all.\n"                                                       \
-  "    -engFrom TIME         Start of the engine's validity period, or \"unlimited\".\n"      \
-  "    -engTo TIME           End of the engine's validity period, or \"unlimited\".\n"        \
-  "    -engMaxTech MAX       Technical dictionaries selectable, 0 to 999, default 999,\n"     \
-  "                          reduced by the server to what the engine supports.\n"          \
-  "    -engMaxUser MAX       User dictionaries selectable, 0 to 999, default 999,\n"          \
-  "                          reduced by the server to what the engine supports.\n"          \
-  "    -engDicAdd DIC        A list of DIDs to add or remove; the keyword TECH stands\n"      \
-  "    -engDicDel DIC        for all technical dictionaries (e.g. \"TECH 10092\"); order\n"  \
-  "                          does not matter.\n"                                               \
-  "\n"                                                                                         \
-  "Date formats:\n"                                                                            \
-  "    1. \"YYYY-MM-DD\"           start or end of day in local time\n"                        \
-  "    2. \"YYYY-MM-DDZ\"          the same in GMT\n"                                          \
-  "    3. \"YYYY-MM-DD HH:MM:SS\"  local\n"                                                    \
-  "    4. \"YYYY-MM-DD HH:MM:SSZ\" GMT\n"                                                      \
-  "For formats 1 and 2 the server sets 00:00:00 for a start and 23:59:59 for an end.\n"      \
-  "Local times are converted with the -timezone select key, else the current user's\n"      \
-  "zone, never with -userZone.\n"
+#define USER_OPTION_HELP \
+  "    -userName DISPLAY     The user's display name.\n" \
+  "    -userPass PASSWORD    The user's password; it is hashed with the userid\n" \
+  "                          before it is sent.\n" \
+  "    -userApi API          API functions: flag names (see flags -api), a\n" \
+  "                          number, or \"all\".\n" \
+  "    -userFeat FEATURES    A blank-separated list of feature codes (see\n" \
+  "                          features), e.g. \"ECHO SOAP TEXT TMUL\". Codes may\n" \
+  "                          carry \"+\" or \"-\" to add or remove, e.g. \"ALL -REST\".\n" \
+  "                          NONE and ALL may be used anywhere; CURRENT may stand\n" \
+  "                          first to modify the current user's features, e.g.\n" \
+  "                          \"CURRENT +SOAP\".\n" \
+  "    -userZone TIMEZONE    The user's time zone, used for rolling-period limits\n" \
+  "                          only (not for validity periods); default the current\n" \
+  "                          user's zone.\n" \
+  "    -userFrom TIME        Start of the account's validity period, or\n" \
+  "                          \"unlimited\".\n" \
+  "    -userTo TIME          End of the account's validity period, or\n" \
+  "                          \"unlimited\".\n" \
+  "    -userLimit TYPE=MAX   Set a limit: max.call.chars.text,\n" \
+  "                          max.call.chars.data, max.hour.chars, max.day.chars,\n" \
+  "                          max.month.chars, max.total.chars,\n" \
+  "                          dictionaries.owned, sessions, max.parallel.requests.\n" \
+  "                          \"none\" removes all limits; only the limits given are\n" \
+  "                          changed; a MAX of -1 removes that limit.\n" \
+  "    -userIp CIDR          Client addresses allowed: \"127.0.0.1\" (IPv4\n" \
+  "                          address), \"192.168.0.0/16\" (IPv4 subnet in CIDR\n" \
+  "                          form), \"192.168.0.0/255.255.0.0\" (mask form),\n" \
+  "                          \"[::1]\" (IPv6 address), \"[::1]/16\" (IPv6 subnet),\n" \
+  "                          \"allv4\" (all IPv4 addresses), \"allv6\" (all IPv6\n" \
+  "                          addresses). All entries must be given at once and\n" \
+  "                          replace the old ones; \"all\" or \"any\" removes every\n" \
+  "                          entry (connections from anywhere).\n" \
+  "    -userIpAdd CIDR       Add one CIDR to the existing list.\n" \
+  "    -userIpDel CIDR       Remove one CIDR that matches exactly.\n" \
+  "    -userPropAdd [!][@]KEY=VAL\n" \
+  "                          Add a property (fault on an existing property).\n" \
+  "    -userPropSet [!][@]KEY=VAL\n" \
+  "                          Add or overwrite a property.\n" \
+  "    -userPropDel KEY      Delete a property (error if missing). KEY and VAL\n" \
+  "                          may be any Unicode; the server lower-cases the ASCII\n" \
+  "                          characters of KEY. Prefix \"!\" makes a read-only\n" \
+  "                          property (must be repeated on every set; only on\n" \
+  "                          other users), prefix \"@\" a property of the current\n" \
+  "                          session instead of a global one. Values are strings\n" \
+  "                          (binary values may be stored base64-encoded).\n" \
+  "    -engAdd EID           Add, set or delete an engine: the engine\n" \
+  "    -engSet EID           options after it, up to the next of these\n" \
+  "    -engDel EID           three, belong to it.\n" \
+  "    -engType TYPE         0 or HIDDEN.\n" \
+  "    -engSupport FLAG      Support flags, repeatable, names or a decimal\n" \
+  "                          integer, \"all\" for all.\n" \
+  "    -engFrom TIME         Start of the engine's validity period, or\n" \
+  "                          \"unlimited\".\n" \
+  "    -engTo TIME           End of the engine's validity period, or \"unlimited\".\n" \
+  "    -engMaxTech MAX       Technical dictionaries selectable: 0 to 999, default\n" \
+  "                          999, reduced by the server to what the engine\n" \
+  "                          supports.\n" \
+  "    -engMaxUser MAX       User dictionaries selectable: 0 to 999, default 999,\n" \
+  "                          reduced by the server to what the engine supports.\n" \
+  "    -engDicAdd DIC        A list of DIDs to add or remove; the\n" \
+  "    -engDicDel DIC        keyword TECH stands for all technical dictionaries\n" \
+  "                          (e.g. \"TECH 10092\"); order does not matter.\n" \
+  "\n" \
+  "Date formats:\n" \
+  "    1. \"YYYY-MM-DD\"           start or end of day in local time\n" \
+  "    2. \"YYYY-MM-DDZ\"          the same in GMT\n" \
+  "    3. \"YYYY-MM-DD HH:MM:SS\"  local\n" \
+  "    4. \"YYYY-MM-DD HH:MM:SSZ\" GMT\n" \
+  "For formats 1 and 2 the server sets 00:00:00 for a start and 23:59:59 for an\n" \
+  "end. Local times are converted with the -timezone select key, else the current\n" \
+  "user's zone, never with -userZone.\n"
 
-#define USER_DETAIL_HELP                                                                  \
-  "    -all        Ask for all details (engines dic engineprop profiles propdef limits\n" \
-  "                userprop).\n"                                                          \
+#define USER_DETAIL_HELP \
+  "    -all        Ask for all details (engines dic engineprop profiles propdef\n" \
+  "                limits userprop).\n" \
   "    -list       Show the engines as a list.\n"
 
 constexpr char kUcreateUsage[] =
@@ -92,31 +103,34 @@ constexpr char kUcreateUsage[] =
 constexpr char kUupdateUsage[] =
     "Usage: uupdate [USERID+] [options]\n\n" LEXCTL_COMMON_OPTION_HELP USER_DETAIL_HELP
         USER_OPTION_HELP
-    "\nUSERID may hold \"*\" wildcards ('mygroup/f*'). Without USERID the current user is\n"
-    "updated; without any update option the user details are retrieved.\n";
+    "\nUSERID may hold \"*\" wildcards ('mygroup/f*'). Without USERID the current\n"
+    "user is updated; without any update option the user details are retrieved.\n";
 
 constexpr char kUgetUsage[] =
     "Usage: uget [USERID+] [options]\n\n" LEXCTL_COMMON_OPTION_HELP USER_DETAIL_HELP
-    "    -eid        Only engines with this EID (ALL for all, CURRENT for the current).\n"
+    "    -eid        Only engines with this EID (ALL for all, CURRENT for the\n"
+    "                current engine).\n"
     "    -from       Only engines from this language.\n"
     "    -to         Only engines to this language.\n"
     "    -type       Only engines with these type flags.\n"
     "    -support    Only engines with these support flags.\n"
     "    -suserdic   List the user dictionaries of the engines.\n"
     "    -stechdic   List the technical dictionaries of the engines.\n"
-    "\nUSERID may hold \"*\" wildcards ('mygroup/f*'). Without USERID the current user is\n"
-    "shown.\n";
+    "\nUSERID may hold \"*\" wildcards ('mygroup/f*'). Without USERID the current\n"
+    "user is shown.\n";
 
 constexpr char kUlistUsage[] =
     "Usage: ulist [USERID]\n\n" LEXCTL_COMMON_OPTION_HELP
     "    -display    Ask for the display names.\n"
-    "\nAn id is matched exactly; \"*\" matches a prefix ('mygroup/f*'); '*/' lists all\n"
-    "groups. Only the super-user may look into other groups.\n";
+    "\nAn id is matched exactly; \"*\" matches a prefix ('mygroup/f*'); '*/' lists\n"
+    "all groups. Only the super-user may look into other groups.\n";
 
 constexpr char kUdeleteUsage[] =
     "Usage: udelete [USERID+] [-force]\n\n" LEXCTL_COMMON_OPTION_HELP
-    "    -force      Also delete users who own dictionaries, with their dictionaries.\n"
-    "\nUSERID may hold \"*\" wildcards ('mygroup/f*'); your own userid is never deleted.\n";
+    "    -force      Also delete users who own dictionaries, with their\n"
+    "                dictionaries.\n"
+    "\nUSERID may hold \"*\" wildcards ('mygroup/f*'); your own userid is never\n"
+    "deleted.\n";
 
 const OptionDef kUlistOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-display"), LEXCTL_OPT_END};
 const OptionDef kUdeleteOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-force"), LEXCTL_OPT_END};
