@@ -32,7 +32,7 @@ def requests(log):
 
 
 def main():
-    lexctl, lexsim = sys.argv[1:3]
+    lexctl, lexsim = (os.path.abspath(p) for p in sys.argv[1:3])
     dics = int(sys.argv[3]) if len(sys.argv) > 3 else 100
     entries = int(sys.argv[4]) if len(sys.argv) > 4 else 1000
     with tempfile.TemporaryDirectory() as cwd:
