@@ -10,6 +10,7 @@
 #include "client/credentials.h"
 #include "client/local_data.h"
 #include "commands/admin/udump.h"
+#include "commands/admin/user_printer.h"
 #include "commands/admin/user_update.h"
 #include "shell/exec_thread.h"
 #include "soapH.h"
@@ -167,6 +168,64 @@ TEST_F(UserOptions, ResolverExpandsPatternsAndDropsSelf) {
   EXPECT_FALSE(ResolveUserIds(thread_, {"a*"}, false, false, lister, &ids));
   EXPECT_EQ(asked.size(), 1u) << "nothing is listed when wildcards are refused";
   EXPECT_EQ(out_.Take(), "Invalid arguments.\n");
+}
+
+TEST_F(UserOptions, PrinterShowsWhatAReplyHas) {
+  struct soap* soap = soap_new();
+  auto text = [&](const char* v) {
+    std::string* p = soap_new_std__string(soap);
+    *p = v;
+    return p;
+  };
+  nv__User u{};
+  u.userid = text("bob");
+  LONG64 none = 0, all = 0xffffffffLL, some = 0x21, unlimited = -1, two = 2;
+  u.apiAllowed = &none;
+  u.limits = soap_new_nv__LimitArray(soap);
+  nv__Limit l{};
+  l.type = text("sessions");
+  l.maximum = &unlimited;
+  l.current = &two;
+  u.limits->item.push_back(l);
+  u.limits->item.push_back(nv__Limit{});  // a hostile reply: nothing in it
+  u.sessions = soap_new_nv__SessionArray(soap);
+  nv__Session s{};
+  s.type = text("full");
+  u.sessions->item.push_back(s);
+  bool ro = true;
+  u.properties = soap_new_nv__PropertyArray(soap);
+  nv__Property p{};
+  p.key = text("k");
+  p.val = text("v");
+  p.readonly = &ro;
+  u.properties->item.push_back(p);
+  PrintUser(thread_, "USER DETAILS", u, 0);
+  EXPECT_EQ(out_.Take(),
+            "USER DETAILS\n"
+            "User ID:      bob\n"
+            "API Allowed:  0  (NO FUNCTIONS)\n"
+            "Limits:\n"
+            " - sessions              Max: UNLIMITED, Curr: 2\n"
+            " -                       Max: 0, Curr: 0\n"
+            "Properties:\n"
+            "   k (RO) = v\n"
+            "Sessions:\n"
+            "   TYPE   CREATED               LAST USED             IP ADDRESS\n"
+            "   full                                               \n");
+  u = nv__User{};
+  u.apiAllowed = &all;
+  PrintUser(thread_, nullptr, u, 0);
+  EXPECT_EQ(out_.Take(), "API Allowed:  0xffffffff  (ALL FUNCTIONS)\n");
+  u.apiAllowed = &some;
+  PrintUser(thread_, nullptr, u, 0);
+  EXPECT_EQ(out_.Take(), "API Allowed:  0x21\n    TEST_ECHO       TRANSLATE_TEXT\n");
+  std::string features = "ECHO SOAP";
+  u.features = &features;
+  PrintUser(thread_, nullptr, u, 0);
+  EXPECT_EQ(out_.Take(), "Features:\n    ECHO  SOAP\n") << "features take the mask's place";
+  soap_destroy(soap);
+  soap_end(soap);
+  soap_free(soap);
 }
 
 TEST(ScriptLines, BreakBefore96Columns) {
