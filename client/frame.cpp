@@ -95,6 +95,10 @@ void RequestFrame::PrintSelectKeys() {
   ThreadPrint(thread_, "SelectKeys:   %s\n", select_.c_str());
 }
 
+void RequestFrame::UseSelectKeys() {
+  if (!keys_.empty()) select_ = keys_.substr(1);
+}
+
 void RequestFrame::Check(int status) {
   data_.EndCall();
   RaiseOnError(status, data_);

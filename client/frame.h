@@ -89,6 +89,9 @@ class RequestFrame {
 
   /// Prints "SelectKeys:   ..." when there are select keys.
   void PrintSelectKeys();
+  /// Sends the select keys without printing them (the calls a command makes
+  /// besides the one it echoes).
+  void UseSelectKeys();
 
   struct soap* soap() { return data_.context(); }
   const char* endpoint() const { return data_.settings.endpoint.c_str(); }
