@@ -13,3 +13,5 @@ cmake --build "$build" -j "$(nproc)" --target lexsim bench_echo_reference bench_
 "$top/bench/sim/run_sim_bench.sh" "$build"
 python3 "$top/bench/client_echo.py" "$build/app/lexctl3" "$build/sim/lexsim"
 python3 "$top/bench/text_roundtrip.py" "$build/app/lexctl3" "$build/sim/lexsim"
+python3 "$top/bench/dict_transfer.py" "$build/app/lexctl3" "$build/sim/lexsim"
+python3 "$top/bench/udump_replay.py" "$build/app/lexctl3" "$build/sim/lexsim"

@@ -150,6 +150,10 @@ nv__EngineSelect* RequestFrame::engine() {
   return engine_.get();
 }
 
+void RequestFrame::UseSelectKeys() {
+  if (!keys_.empty()) select_ = keys_.substr(1);
+}
+
 void RequestFrame::Check(int status) {
   data_.EndCall();
   RaiseOnError(status, data_);

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <thread>
 
+#include "account_rules.h"
 #include "crypto.h"
 #include "log.h"
 
@@ -33,7 +34,7 @@ std::optional<long> ToLong(const std::string& s) {
 }
 
 Caller CallerOf(const Account& a, const std::string& session_key) {
-  return Caller{a.userid, a.super, a.api_allowed, session_key};
+  return Caller{a.userid, a.super, a.api_allowed, session_key, a.features};
 }
 
 const char* const kBadLogin = "Unknown user or wrong password";
@@ -135,6 +136,12 @@ Caller CheckHttpAuth(State& state, const Conn& conn) {
 Call::Call(struct soap* soap, const OpInfo& op, const Common& common)
     : soap_(soap), env_(*ConnOf(soap).env), conn_(ConnOf(soap)), op_(op), common_(common) {}
 
+Call::~Call() {
+  if (!counted_) return;
+  auto lock = state().Lock();
+  state().EndRequest(caller_->userid);
+}
+
 std::string* Call::Str(const std::string& s) const {
   std::string* p = soap_new_std__string(soap_);
   *p = s;
@@ -173,6 +180,8 @@ std::string Call::Target() {
   if (!runas || runas->empty() || *runas == caller_->userid) return caller_->userid;
   if (!caller_->super && !(caller_->api_allowed & api::kRunas))
     Raise(err::kDenied, "Not allowed to run as another user");
+  if (!caller_->super && !HasFeature(caller_->features, "URUN"))
+    Raise(err::kDenied, "Feature URUN (RunasOther) is not enabled for " + caller_->userid);
   if (!state().FindUser(*runas)) Raise(err::kNotFound, "Unknown user: " + *runas);
   return *runas;
 }
@@ -208,6 +217,19 @@ void Call::Begin() {
     }
     if (caller_ && op_.api && !caller_->super && !(caller_->api_allowed & op_.api))
       Raise(err::kDenied, std::string("Not allowed: ") + op_.name);
+    if (caller_) {
+      const Account* a = state().FindUser(caller_->userid);
+      if (!a) Raise(err::kAuth, kBadLogin);
+      CheckAccountRules(*a, op_.name, conn_.peer, now);
+      if (op_.api == api::kCreateDictionary || op_.api == api::kCopyDictionary)
+        if (const Account* owner = state().FindUser(Target())) CheckDictionaryLimit(state(), *owner);
+      int64_t running = state().BeginRequest(a->userid);
+      counted_ = true;
+      auto max = a->limits.find("max.parallel.requests");
+      if (max != a->limits.end() && max->second >= 0 && running > max->second)
+        Raise(kLimitFault, "Limit max.parallel.requests reached for " + a->userid + ": " +
+                               std::to_string(max->second));
+    }
     if (common_.reqgroup && !common_.reqgroup->empty() &&
         !state().KnownRequestGroup(*common_.reqgroup))
       Notice("reqgroup", state().NewRequestGroup());

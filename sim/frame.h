@@ -122,6 +122,7 @@ struct Caller {
   bool super = false;
   uint64_t api_allowed = 0;
   std::string session_key;  ///< empty outside a session
+  std::string features;     ///< the account's feature codes; empty: no restriction
 };
 
 /// Checks a licence against the store; the state lock must be held. On success returns
@@ -136,6 +137,9 @@ Caller CheckHttpAuth(State& state, const Conn& conn);
 class Call {
  public:
   Call(struct soap* soap, const OpInfo& op, const Common& common);
+  ~Call();
+  Call(const Call&) = delete;
+  Call& operator=(const Call&) = delete;
 
   struct soap* soap() const {
     return soap_;
@@ -184,14 +188,24 @@ class Call {
   std::optional<Caller> caller_;
   std::vector<std::pair<std::string, std::string>> warnings_;
   std::string token_;
+  bool counted_ = false;  // the caller's running requests include this one
 };
 
 void LogRequest(const Call& call, const char* outcome);
+
+/// Operations that may change what --state keeps.
+inline constexpr uint64_t kChangingApis =
+    api::kUpdateEngineProfile | api::kCreateDictionary | api::kUpdateDictionaryInfo |
+    api::kCopyDictionary | api::kDeleteDictionary | api::kDictionaryImport |
+    api::kAddDictionaryEntry | api::kDeleteDictionaryEntry | api::kChangePassword |
+    api::kCreateUser | api::kUpdateUser | api::kDeleteUser | api::kChangeDictionaryOwner |
+    api::kTranslateTextUpdate;
 
 /// Runs one operation: the frame checks, then body(call), then fills r.error and r.token.
 template <class Resp, class Body>
 int Serve(struct soap* soap, const OpInfo& op, const Common& common, Resp& r, Body&& body) {
   Call call(soap, op, common);
+  if (op.api & kChangingApis) call.state().MarkChanged();
   try {
     call.Begin();
     body(call);

@@ -1,9 +1,16 @@
 // lexsim: a Lexary Server simulator answering the nvsoap service from in-memory state.
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <fstream>
+#include <mutex>
 #include <sstream>
+#include <thread>
 
 #include "log.h"
 #include "options.h"
@@ -23,14 +30,92 @@ bool ReadFile(const std::string& path, std::string* text) {
   return true;
 }
 
+// The old file stays whole until the new one is on disk: a crash mid-write loses nothing.
 bool WriteFileAtomically(const std::string& path, const std::string& text) {
   std::string tmp = path + ".tmp";
-  {
-    std::ofstream out(tmp, std::ios::binary | std::ios::trunc);
-    if (!(out << text) || !out.flush()) return false;
+  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+  if (fd < 0) return false;
+  size_t done = 0;
+  while (done < text.size()) {
+    ssize_t n = write(fd, text.data() + done, text.size() - done);
+    if (n <= 0) {
+      close(fd);
+      std::remove(tmp.c_str());
+      return false;
+    }
+    done += static_cast<size_t>(n);
   }
-  return std::rename(tmp.c_str(), path.c_str()) == 0;
+  bool ok = fsync(fd) == 0;
+  ok = close(fd) == 0 && ok;
+  if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
+    std::remove(tmp.c_str());
+    return false;
+  }
+  return true;
 }
+
+// Writes the state file whenever requests may have changed the store, at most once a
+// second, and once more at the end.
+class StateSaver {
+ public:
+  StateSaver(lexsim::State& state, std::string path) : state_(state), path_(std::move(path)) {}
+
+  void Start() {
+    saved_ = state_.changes();
+    thread_ = std::thread([this] {
+      // Stop signals belong to the thread that serves.
+      sigset_t stop;
+      sigemptyset(&stop);
+      sigaddset(&stop, SIGTERM);
+      sigaddset(&stop, SIGINT);
+      pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+      std::unique_lock<std::mutex> hold(mu_);
+      while (!cv_.wait_for(hold, std::chrono::seconds(1), [this] { return stop_; })) {
+        hold.unlock();
+        SaveIfChanged();
+        hold.lock();
+      }
+    });
+  }
+
+  /// Stops the thread and writes the final state; false when that write failed.
+  bool Finish() {
+    if (thread_.joinable()) {
+      {
+        std::lock_guard<std::mutex> hold(mu_);
+        stop_ = true;
+      }
+      cv_.notify_all();
+      thread_.join();
+    }
+    return SaveIfChanged(true);
+  }
+
+ private:
+  bool SaveIfChanged(bool always = false) {
+    uint64_t now = state_.changes();
+    if (!always && now == saved_) return true;
+    std::string text;
+    {
+      auto lock = state_.Lock();
+      text = state_.Serialize();
+    }
+    if (!WriteFileAtomically(path_, text)) {
+      std::fprintf(stderr, "lexsim: cannot write state file %s\n", path_.c_str());
+      return false;
+    }
+    saved_ = now;
+    return true;
+  }
+
+  lexsim::State& state_;
+  std::string path_;
+  uint64_t saved_ = 0;
+  std::thread thread_;
+  std::mutex mu_;
+  std::condition_variable cv_;
+  bool stop_ = false;
+};
 
 }  // namespace
 
@@ -56,8 +141,9 @@ int main(int argc, char** argv) {
     std::string text;
     if (ReadFile(opts.state_file, &text)) {
       auto lock = state.Lock();
-      if (!state.LoadAccounts(text)) {
-        std::fprintf(stderr, "lexsim: malformed state file %s\n", opts.state_file.c_str());
+      if (!state.Deserialize(text, &error)) {
+        std::fprintf(stderr, "lexsim: malformed state file %s: %s\n", opts.state_file.c_str(),
+                     error.c_str());
         return 1;
       }
     }
@@ -83,23 +169,15 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "lexsim: %s\n", error.c_str());
     return 1;
   }
+  StateSaver saver(state, opts.state_file);
+  if (!opts.state_file.empty()) saver.Start();
   std::printf("%s\n", url.c_str());
   std::fflush(stdout);
   log.Write("listening on " + url);
 
   server.Run();
 
-  if (!opts.state_file.empty()) {
-    std::string text;
-    {
-      auto lock = state.Lock();
-      text = state.SaveAccounts();
-    }
-    if (!WriteFileAtomically(opts.state_file, text)) {
-      std::fprintf(stderr, "lexsim: cannot write state file %s\n", opts.state_file.c_str());
-      return 1;
-    }
-  }
+  if (!opts.state_file.empty() && !saver.Finish()) return 1;
   log.Write("stopped");
   return 0;
 }

@@ -2,6 +2,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "account_rules.h"
 #include "crypto.h"
 #include "frame.h"
 
@@ -55,6 +56,8 @@ int nv__CreateSession(struct soap* soap, std::string* clientid, std::string* req
         if (kind != "login" && kind != "full")
           Raise(err::kArgument, "Invalid session type: " + *type);
         auto lock = call.state().Lock();
+        if (const lexsim::Account* a = call.state().FindUser(call.caller()->userid))
+          lexsim::CheckSessionLimit(call.state(), *a);
         const lexsim::SessionRec& s = call.state().NewSession(call.caller()->userid, kind,
                                                               call.conn().peer, std::time(nullptr));
         r.session = call.Str(s.key);

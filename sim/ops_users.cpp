@@ -1,11 +1,11 @@
 // User accounts.
-#include <arpa/inet.h>
 #include <fnmatch.h>
 
 #include <algorithm>
 #include <set>
 #include <sstream>
 
+#include "account_rules.h"
 #include "admin_wire.h"
 #include "crypto.h"
 #include "frame.h"
@@ -100,39 +100,6 @@ std::string Features(const std::string& current, const std::string& expr) {
     out += f;
   }
   return out;
-}
-
-bool ValidMask4(const std::string& m) {
-  in_addr a{};
-  if (inet_pton(AF_INET, m.c_str(), &a) != 1) return false;
-  // A mask is ones followed by zeros.
-  uint32_t inv = ~ntohl(a.s_addr);
-  return (inv & (inv + 1)) == 0;
-}
-
-bool ValidPrefix(const std::string& s, int max) {
-  if (s.empty() || s.size() > 3) return false;
-  for (char c : s)
-    if (c < '0' || c > '9') return false;
-  return std::stoi(s) <= max;
-}
-
-bool ValidCidr(const std::string& c) {
-  if (lexsim::EqualsNoCase(c, "allv4") || lexsim::EqualsNoCase(c, "allv6")) return true;
-  if (!c.empty() && c[0] == '[') {
-    size_t close = c.find(']');
-    if (close == std::string::npos) return false;
-    in6_addr a{};
-    if (inet_pton(AF_INET6, c.substr(1, close - 1).c_str(), &a) != 1) return false;
-    std::string rest = c.substr(close + 1);
-    return rest.empty() || (rest[0] == '/' && ValidPrefix(rest.substr(1), 128));
-  }
-  size_t slash = c.find('/');
-  in_addr a{};
-  if (inet_pton(AF_INET, c.substr(0, slash).c_str(), &a) != 1) return false;
-  if (slash == std::string::npos) return true;
-  std::string rest = c.substr(slash + 1);
-  return ValidPrefix(rest, 32) || (rest.find('.') != std::string::npos && ValidMask4(rest));
 }
 
 std::string Group(const std::string& userid) {
@@ -241,7 +208,7 @@ nv__User* MakeUser(const Call& call, const State& state, const Account& a,
   return u;
 }
 
-void ApplyEngine(const State& state, Account& a, const nv__EngineUpdate& up,
+void ApplyEngine(Call& call, const State& state, Account& a, const nv__EngineUpdate& up,
                  const std::string& zone) {
   std::string action = up.action ? lexsim::ToLower(*up.action) : "set";
   if (!up.eid || up.eid->empty()) Raise(err::kArgument, "Engine update without an EID");
@@ -254,9 +221,13 @@ void ApplyEngine(const State& state, Account& a, const nv__EngineUpdate& up,
     return;
   }
   if (action != "add" && action != "set") Raise(err::kArgument, "Unknown engine action: " + action);
-  if (action == "add" && has) Raise(err::kArgument, a.userid + " already has engine " + e->eid);
+  // Adding an engine the user has starts it afresh: a replayed backup adds every engine
+  // of the old account to a new one that already got the default engines.
   lexsim::UserEngine& ue = a.engines[e->eid];
-  if (!has) ue.support = lexsim::esupport::kAll;
+  if (!has || action == "add") {
+    ue = lexsim::UserEngine();
+    ue.support = lexsim::esupport::kAll;
+  }
   if (up.type) {
     if (*up.type != 0 && *up.type != lexsim::etype::kHidden)
       Raise(err::kArgument, "Engine type must be 0 or HIDDEN");
@@ -295,14 +266,21 @@ void ApplyEngine(const State& state, Account& a, const nv__EngineUpdate& up,
   };
   for (int64_t did : dids(up.delDicList)) std::erase(ue.dics, did);
   for (int64_t did : dids(up.addDicList)) {
+    // A list replayed from a backup may name dictionaries that are gone or belong to the
+    // old account: those are left out with a warning, the rest of the update stands.
     const lexsim::Dictionary* d = state.FindDictionary(did);
-    if (!d) Raise(err::kNotFound, "Unknown dictionary: " + std::to_string(did));
+    if (!d) {
+      call.Warn(e->eid, "Unknown dictionary left out: " + std::to_string(did));
+      continue;
+    }
     if (d->eid != e->eid)
       Raise(err::kArgument, "Dictionary " + std::to_string(did) + " belongs to " + d->eid);
     if (d->type == lexsim::dtype::kSystem)
       Raise(err::kArgument, "The system dictionary is always used");
-    if (!state.CanRead(*d, a.userid))
-      Raise(err::kDenied, a.userid + " may not use dictionary " + std::to_string(did));
+    if (!state.CanRead(*d, a.userid)) {
+      call.Warn(e->eid, a.userid + " may not use dictionary " + std::to_string(did) + "; left out");
+      continue;
+    }
     if (std::find(ue.dics.begin(), ue.dics.end(), did) == ue.dics.end()) ue.dics.push_back(did);
   }
   admin::EngineView v = admin::ViewOf(*e, &ue);
@@ -354,7 +332,7 @@ void ApplyUpdate(Call& call, State& state, Account& a, const nv__UserUpdate& u, 
   if (u.iprestrict) {
     if (u.iprestrict->item.size() > kMaxItems) Raise(err::kArgument, "Too many address entries");
     for (const std::string& c : u.iprestrict->item)
-      if (!ValidCidr(c)) Raise(err::kArgument, "Invalid address: " + c);
+      if (!lexsim::ValidCidr(c)) Raise(err::kArgument, "Invalid address: " + c);
     a.iprestrict = u.iprestrict->item;
   }
   if (u.features) a.features = Features(a.features, *u.features);
@@ -399,13 +377,20 @@ void ApplyUpdate(Call& call, State& state, Account& a, const nv__UserUpdate& u, 
   }
   if (u.engines) {
     if (u.engines->item.size() > kMaxItems) Raise(err::kArgument, "Too many engine updates");
-    for (const nv__EngineUpdate& e : u.engines->item) ApplyEngine(state, a, e, zone);
+    for (const nv__EngineUpdate& e : u.engines->item) ApplyEngine(call, state, a, e, zone);
   }
 }
 
 bool ValidUserId(const std::string& id) {
   if (id.empty() || id.size() > 128 || id.back() == '/' || id.front() == '/') return false;
   return id.find_first_of(" \t*?\r\n") == std::string::npos;
+}
+
+// Reading and changing an account have a feature code each for oneself and for others.
+void RequireFeature(const Call& call, const char* code) {
+  const lexsim::Caller& c = *call.caller();
+  if (!c.super && !lexsim::HasFeature(c.features, code))
+    Raise(err::kDenied, std::string("Feature ") + code + " is not enabled for " + c.userid);
 }
 
 std::string Lang(const std::string* l) { return l && !l->empty() ? *l : "en"; }
@@ -469,6 +454,7 @@ int nv__GetUser(struct soap* soap, std::string* licence, std::string* clientid,
       if (!a) Raise(err::kNotFound, "Unknown user: " + id);
       if (id != call.caller()->userid && !call.caller()->super && id != call.Target())
         Raise(err::kDenied, "Not allowed to see user " + id);
+      RequireFeature(call, id == call.caller()->userid ? "UGTS" : "UGTO");
       r.users->item.push_back(*MakeUser(call, call.state(), *a, Lang(displayLang), filter));
     }
     if (call.keys().Has("propdef")) r.propdef = admin::MakePropertyDefs(call);
@@ -488,6 +474,7 @@ int nv__UpdateUser(struct soap* soap, std::string* licence, std::string* clienti
     bool super = call.caller()->super;
     if (!super && id != call.caller()->userid)
       Raise(err::kDenied, "Only a super-user may update other users");
+    RequireFeature(call, id == call.caller()->userid ? "UUPS" : "UUPO");
     Account copy = *a;
     ApplyUpdate(call, state, copy, *user, !super);
     *a = std::move(copy);

@@ -6,6 +6,7 @@
 /// as long as you touch anything reached through the State; every member function below
 /// except Lock() expects the caller to hold it. Never hold it while sleeping or doing I/O.
 
+#include <atomic>
 #include <cstdint>
 #include <ctime>
 #include <map>
@@ -259,10 +260,22 @@ class State {
   /// Starts a request group and returns its id.
   std::string NewRequestGroup();
 
-  /// Accounts as text, one per line; Load replaces the accounts with those of the text
-  /// and returns false (leaving the store unchanged) when it is malformed.
-  std::string SaveAccounts() const;
-  bool LoadAccounts(const std::string& text);
+  /// What --state keeps, as text: accounts, engine profiles, dictionaries with their
+  /// entries and shares. Sessions and request groups are not kept.
+  std::string Serialize() const;
+  /// Replaces what Serialize keeps with the text's; returns false with *error naming the
+  /// offending line, leaving the store unchanged, when the text is malformed.
+  bool Deserialize(const std::string& text, std::string* error);
+
+  /// Counts changes for the saver; callable without the lock.
+  void MarkChanged() { changes_.fetch_add(1, std::memory_order_relaxed); }
+  uint64_t changes() const { return changes_.load(std::memory_order_relaxed); }
+
+  /// Requests of a user running now: Begin returns the count including the new one.
+  int64_t BeginRequest(const std::string& userid) { return ++running_[userid]; }
+  void EndRequest(const std::string& userid) {
+    if (--running_[userid] <= 0) running_.erase(userid);
+  }
 
   // Dictionaries.
   Dictionary* FindDictionary(int64_t did);
@@ -296,6 +309,8 @@ class State {
   std::map<int64_t, Dictionary> dics_;
   int64_t next_did_ = kFirstUserDid;
   std::map<std::string, std::map<std::string, ProfileRec>> profiles_;
+  std::map<std::string, int64_t> running_;
+  std::atomic<uint64_t> changes_{0};
 };
 
 /// Source word or phrase looked up, case-insensitively, in the dictionaries userid has

@@ -45,6 +45,8 @@ const OptionDef kCreateOptions[] = {LEXCTL_COMMON_OPTIONS,
                                     {kOptLanguages, "-languages", kOptRequired},
                                     {kOptComment, "-comment", kOptRequired},
                                     {kOptVender, "-vender", kOptRequired},
+                                    // The spelling user-dump scripts write.
+                                    {kOptVender, "-vendor", kOptRequired},
                                     {kOptUserdata, "-userdata", kOptRequired},
                                     LEXCTL_OPT_END};
 

@@ -602,7 +602,7 @@ TEST_F(Admin, CreateFromTemplateCarriesSettings) {
   MakeUser("tpl");
   auto* u = soap_new_nv__UserUpdate(soap_);
   u->userid = S("tpl");
-  u->features = S("ECHO TEXT GENG");
+  u->features = S("ECHO TEXT GENG SOAP DCRE");
   u->limits = soap_new_nv__LimitArray(soap_);
   nv__Limit l;
   l.type = S("max.day.chars");
@@ -622,7 +622,7 @@ TEST_F(Admin, CreateFromTemplateCarriesSettings) {
   MakeUser("copy", "tpl");
   nv__User* c = GetUser("admin", "copy", "features limits engines dic");
   ASSERT_TRUE(c);
-  EXPECT_EQ(*c->features, "ECHO GENG TEXT");
+  EXPECT_EQ(*c->features, "ECHO GENG TEXT DCRE SOAP");
   ASSERT_TRUE(c->limits);
   EXPECT_EQ(*c->limits->item.at(0).maximum, 5000);
   std::vector<LONG64> dids;

@@ -138,31 +138,6 @@ TEST_F(Licence, SessionExpiresWhenIdle) {
   EXPECT_EQ(ErrOf("bob " + HmacSha1Hex(hash, token) + " " + key), err::kSession);
 }
 
-TEST(StateStore, AccountsSurviveSaveAndLoad) {
-  State a;
-  auto la = a.Lock();
-  Account bob;
-  bob.userid = "bob";
-  bob.username = "Bob B";
-  bob.pwhash = PasswordHash("bob", "x");
-  bob.api_allowed = 0x21;
-  a.PutUser(bob);
-  std::string text = a.SaveAccounts();
-
-  State b;
-  auto lb = b.Lock();
-  ASSERT_TRUE(b.LoadAccounts(text));
-  ASSERT_NE(b.FindUser("bob"), nullptr);
-  EXPECT_EQ(b.FindUser("bob")->pwhash, bob.pwhash);
-  EXPECT_EQ(b.FindUser("bob")->api_allowed, 0x21u);
-  EXPECT_EQ(b.FindUser("bob")->username, "Bob B");
-  EXPECT_TRUE(b.FindUser(kSeedUserId)->super);
-
-  EXPECT_FALSE(b.LoadAccounts("user\tbob\tnot-a-hash\t0\t1\tUTC\t\t\n"));
-  EXPECT_FALSE(b.LoadAccounts("user\tbob\n"));
-  EXPECT_NE(b.FindUser("bob"), nullptr) << "a failed load leaves the store as it was";
-}
-
 TEST(StateStore, RequestGroupsAreNewOnce) {
   State s;
   auto lock = s.Lock();
