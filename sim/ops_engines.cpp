@@ -413,7 +413,8 @@ int nv__UpdateEngineProfile(struct soap* soap, std::string* licence, std::string
           r.properties->item.push_back(q);
         }
         // A profile left with nothing is gone.
-        if (!own && rec.props.empty() && call.keys().Has("replace") && !addProp)
+        if (!own && rec.props.empty() && call.keys().Has("replace") &&
+            (!addProp || addProp->item.empty()))
           shared.erase(*profile);
       });
 }

@@ -98,6 +98,7 @@ nv__EngineFilter* EngineQuery::Filter(struct soap* soap) const {
 
 bool ScanEngineQuery(RequestFrame& frame, const ArgVector& args, EngineQuery& query) {
   ExecThread& thread = frame.thread();
+  query.display_lang = frame.data().uilang;
   return frame.Scan(kEngineQueryOptions, args, [&](const OptionScanner& option) {
     const char* arg = option.argument() ? option.argument() : "";
     switch (option.id()) {

@@ -30,7 +30,7 @@ std::string EngineQueryKeys(ExecThread& thread);
 /// What the options asked for besides select keys.
 struct EngineQuery {
   int mode = kEngineFull;    ///< EngineDisplayMode
-  std::string display_lang;  ///< -uilang, sent as displayLang
+  std::string display_lang;  ///< sent as displayLang: -uilang, else the thread's uilang
   std::optional<std::string> eid, from, to;
   std::optional<int> type, support;
 

@@ -6,6 +6,7 @@
 
 #include "client/did_list.h"
 #include "client/frame.h"
+#include "commands/admin/dict_printers.h"
 #include "commands/admin/einfo_options.h"
 #include "commands/admin/engine_printer.h"
 #include "shell/dispatch.h"
@@ -27,35 +28,6 @@ const OptionDef kProfileOptions[] = {LEXCTL_COMMON_OPTIONS,
                                       LEXCTL_OPT_END};
 
 using DisplayTexts = std::vector<std::pair<std::string, std::string>>;
-
-// LANG=TEXT; the language may not be empty.
-bool ReadDisplayText(ExecThread& thread, const std::string& text, DisplayTexts& out) {
-  size_t equals = text.find('=');
-  if (equals == std::string::npos || equals == 0) {
-    ThreadPrint(thread, "Invalid display text: %s.\n", text.c_str());
-    return false;
-  }
-  out.emplace_back(text.substr(0, equals), text.substr(equals + 1));
-  return true;
-}
-
-// "Display Text:" heads the first line; the others line up under it.
-void PrintDisplayTexts(ExecThread& thread, const DisplayTexts& texts) {
-  const char* label = "Display Text:";
-  for (const auto& [lang, text] : texts) {
-    ThreadPrint(thread, "%s  %s = %s\n", label, lang.c_str(), text.c_str());
-    label = "             ";
-  }
-}
-
-DisplayTexts FromWire(const nv__DisplayTextArray* array) {
-  DisplayTexts texts;
-  if (!array) return texts;
-  for (const nv__DisplayText& t : array->item) {
-    texts.emplace_back(t.lang ? *t.lang : "", t.text ? *t.text : "");
-  }
-  return texts;
-}
 
 }  // namespace
 
@@ -112,7 +84,8 @@ void CmdProfile(ExecThread& thread, ArgVector& args) {
         }
         case kProfileDel: dels.push_back(arg); break;
         case kProfileDisplay:
-          if (!ReadDisplayText(thread, arg, displays)) {
+          displays.emplace_back();
+          if (!ReadDisplayText(thread, arg.c_str(), displays.back())) {
             ThreadPrint(thread, "Invalid display text: %s\n", arg.c_str());
             return false;
           }
@@ -160,7 +133,7 @@ void CmdProfile(ExecThread& thread, ArgVector& args) {
         dels.empty() ? nullptr : &del_prop, response));
     frame.Token(response.token);
     frame.Warnings(response.error);
-    PrintDisplayTexts(thread, FromWire(response.alldisplay));
+    PrintDisplayTexts(thread, response.alldisplay);
     if (!response.properties || response.properties->item.empty()) {
       ThreadPrint(thread, "No properties.\n");
       return;
