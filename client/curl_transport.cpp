@@ -6,6 +6,7 @@
 #include <strings.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "client/tls_checks.h"
@@ -16,8 +17,11 @@ namespace lexctl {
 namespace {
 
 const char kPluginId[] = "lexctl3-curl";
-// A reply larger than this ends the call instead of filling memory.
-constexpr size_t kMaxReply = 64u << 20;
+// A reply larger than this ends the call instead of filling memory; a 100 MB
+// dictionary export still fits.
+constexpr size_t kMaxReply = 256u << 20;
+// Size of the pieces the reply body is kept in.
+constexpr size_t kReplyPiece = 1u << 20;
 
 // libcurl and the libraries it pulls in are many; they are loaded on the
 // first request of this layer so that start-up never pays for them.
@@ -132,11 +136,18 @@ int ErrorStatus(CURLcode code) {
 size_t CurlWrite(char* data, size_t size, size_t count, void* self) {
   auto* transport = static_cast<CurlTransport*>(self);
   size_t n = size * count;
-  if (transport->reply_body_.size() + n > kMaxReply) {
+  if (n == 0) return 0;
+  if (transport->reply_body_size_ + n > kMaxReply) {
     transport->reply_too_large_ = true;
     return 0;  // libcurl ends the transfer
   }
-  transport->reply_body_.append(data, n);
+  std::deque<std::string>& body = transport->reply_body_;
+  if (body.empty() || body.back().size() + n > kReplyPiece) {
+    body.emplace_back();
+    body.back().reserve(std::max(n, kReplyPiece));
+  }
+  body.back().append(data, n);
+  transport->reply_body_size_ += n;
   return n;
 }
 
@@ -174,8 +185,10 @@ void CurlTransport::Attach(struct soap* soap, const TransportSettings& settings,
   settings_ = settings;
   ssl_mode_ = ssl_mode;
   configured_ = false;
-  // The whole message is built first, so it goes out with a Content-Length.
-  soap->omode = (soap->omode & ~SOAP_IO) | SOAP_IO_STORE;
+  // The request must go out with a Content-Length. gSOAP counts the message
+  // before it writes it, except when compressing, where only storing the
+  // whole message first tells its length; storing costs a second copy.
+  soap->omode = (soap->omode & ~SOAP_IO) | (settings.compress ? SOAP_IO_STORE : SOAP_IO_BUFFER);
   soap_register_plugin_arg(soap, Register, this);
 }
 
@@ -186,10 +199,13 @@ void CurlTransport::SetTrace(const std::string& file) {
   if (!file.empty()) trace_ = fopen(file.c_str(), "ab");
 }
 
-int CurlTransport::Open(struct soap*, const char* endpoint) {
+int CurlTransport::Open(struct soap* soap, const char* endpoint) {
   // gSOAP wants a descriptor; the connection itself is libcurl's.
   if (null_fd_ < 0) null_fd_ = open("/dev/null", O_RDWR | O_CLOEXEC);
   request_.clear();
+  // The counted length is known here: room for it and the HTTP header, so
+  // that a large request is not copied while it grows.
+  if ((soap->omode & SOAP_IO) != SOAP_IO_STORE) request_.reserve(soap->count + 4096);
   url_ = endpoint ? endpoint : "";
   return null_fd_;
 }
@@ -281,6 +297,7 @@ int CurlTransport::Perform(struct soap* soap) {
 
   reply_headers_.clear();
   reply_body_.clear();
+  reply_body_size_ = 0;
   reply_.clear();
   reply_pos_ = 0;
   reply_too_large_ = false;
@@ -289,6 +306,7 @@ int CurlTransport::Perform(struct soap* soap) {
   if (code != CURLE_OK) {
     std::string text = reply_too_large_ ? "reply too large" : *error_text ? error_text : api.easy_strerror(code);
     reply_body_.clear();
+    reply_body_size_ = 0;
     return soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, ErrorStatus(code));
   }
 
@@ -318,7 +336,7 @@ int CurlTransport::Perform(struct soap* soap) {
     reply_ += line + "\r\n";
   }
   if (first) reply_ = "HTTP/1.1 200 OK\r\n";
-  reply_ += "Content-Length: " + std::to_string(reply_body_.size()) + "\r\n\r\n";
+  reply_ += "Content-Length: " + std::to_string(reply_body_size_) + "\r\n\r\n";
   return SOAP_OK;
 }
 
@@ -328,12 +346,20 @@ size_t CurlTransport::Receive(char* data, size_t size) {
   if (reply_pos_ < reply_.size()) {
     n = std::min(size, reply_.size() - reply_pos_);
     memcpy(data, reply_.data() + reply_pos_, n);
-  } else {
-    size_t offset = reply_pos_ - reply_.size();
-    n = std::min(size, reply_body_.size() - offset);
-    memcpy(data, reply_body_.data() + offset, n);
+    reply_pos_ += n;
+    return n;
   }
+  // reply_pos_ counts on into the front piece of the body.
+  size_t offset = reply_pos_ - reply_.size();
+  if (reply_body_.empty()) return 0;
+  const std::string& piece = reply_body_.front();
+  n = std::min(size, piece.size() - offset);
+  memcpy(data, piece.data() + offset, n);
   reply_pos_ += n;
+  if (offset + n == piece.size()) {
+    reply_body_.pop_front();
+    reply_pos_ = reply_.size();
+  }
   return n;
 }
 

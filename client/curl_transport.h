@@ -6,6 +6,7 @@
 // alive and checks certificates.
 #pragma once
 
+#include <deque>
 #include <string>
 
 #include "client/local_data.h"
@@ -43,7 +44,10 @@ class CurlTransport {
   std::string url_;
   std::string request_;
   std::string reply_headers_;
-  std::string reply_body_;
+  // The reply body in pieces, each released once gSOAP has read it, so that
+  // a large reply is not held twice while it is parsed.
+  std::deque<std::string> reply_body_;
+  size_t reply_body_size_ = 0;
   std::string reply_;
   size_t reply_pos_ = 0;
   bool reply_too_large_ = false;

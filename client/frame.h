@@ -84,8 +84,8 @@ class RequestFrame {
   void AddSelectKey(const std::string& key);
   /// Whether a key (a whole word, as "dic") is among the select keys so far.
   bool HasSelectKey(const std::string& key) const;
-  /// Whether the select keys so far contain text.
-  bool SelectHas(const std::string& text) const { return keys_.find(text) != std::string::npos; }
+  /// Whether the select text so far contains text anywhere ("uilang=").
+  bool SelectContains(const std::string& text) const { return keys_.find(text) != std::string::npos; }
 
   /// Prints "SelectKeys:   ..." when there are select keys.
   void PrintSelectKeys();

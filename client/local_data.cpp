@@ -25,7 +25,7 @@ namespace lexctl {
 namespace {
 
 // A reply larger than this is refused rather than held in memory.
-constexpr ULONG64 kMaxReply = 64ull << 20;
+constexpr ULONG64 kMaxReply = 256ull << 20;
 
 // Hooks of a context, kept per context so that a copied context chains to
 // the library's own functions.

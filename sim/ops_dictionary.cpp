@@ -116,6 +116,16 @@ xsd__base64Binary* Binary(const Call& call, const std::string& s) {
   return b;
 }
 
+// For clients' own tests: the select key "sim.sparse" answers with the members a reply may
+// leave out taken away, and with one entry result too few.
+bool Sparse(const Call& call) { return call.keys().Has("sim.sparse"); }
+
+nv__DictionaryDetail* SparseDetail(const Call& call, int64_t did) {
+  auto* x = soap_new_nv__DictionaryDetail(call.soap());
+  x->did = did;
+  return x;
+}
+
 // The dictionary, if the target may read it (or write it).
 Dictionary& Open(Call& call, int64_t did, const std::string& target, bool write) {
   Dictionary* d = call.state().FindDictionary(did);
@@ -312,7 +322,8 @@ int nv__CreateDictionary(struct soap* soap, std::string* licence, std::string* c
         }
         Dictionary& made = call.state().AddDictionary(std::move(d));
         SelectForOwner(call.state(), made);
-        r.dic = lexsim::admin::MakeDictionaryDetail(call, made);
+        r.dic = Sparse(call) ? SparseDetail(call, made.did)
+                             : lexsim::admin::MakeDictionaryDetail(call, made);
       });
 }
 
@@ -352,7 +363,7 @@ int nv__UpdateDictionaryInfo(struct soap* soap, std::string* licence, std::strin
           if (details->userdata) d.userdata = Bytes(details->userdata);
         }
         if (delShare) call.state().PruneSelections();
-        r.dic = lexsim::admin::MakeDictionaryDetail(call, d);
+        r.dic = Sparse(call) ? SparseDetail(call, d.did) : lexsim::admin::MakeDictionaryDetail(call, d);
       });
 }
 
@@ -400,6 +411,7 @@ int nv__CopyDictionary(struct soap* soap, std::string* licence, std::string* cli
         copy.shares.clear();
         copy.type = targetType ? *targetType : UserType(src.type) ? src.type : dtype::kUser;
         r.destDid = call.Long(call.state().AddDictionary(std::move(copy)).did);
+        if (Sparse(call)) r.destDid = nullptr;
       });
 }
 
@@ -533,6 +545,12 @@ int nv__DictionaryImport(struct soap* soap, std::string* licence, std::string* c
           for (const dictfmt::SourceErr& e : errors)
             r.sourceError->item.push_back(MakeSourceError(call, e));
         }
+        if (Sparse(call)) {
+          r.encodingUsed = r.formatUsed = nullptr;
+          r.updated = nullptr;
+          if (!r.sourceError) r.sourceError = soap_new_nv__SourceErrorArray(soap);
+          r.sourceError->item.push_back(nv__SourceError());
+        }
       });
 }
 
@@ -556,6 +574,7 @@ int nv__DictionaryExport(struct soap* soap, std::string* licence, std::string* c
         nv__DictionaryData item;
         item.filename = call.Str(std::to_string(d.did) + "." + fmt);
         item.filedata = Binary(call, text);
+        if (Sparse(call)) item = nv__DictionaryData();
         r.data->item.push_back(item);
       });
 }
@@ -616,7 +635,8 @@ int nv__AddDictionaryEntry(struct soap* soap, std::string* licence, std::string*
           for (const DictEntry& e : made) {
             std::string key = DupKey(e, d.memory, false);
             auto same = [&](const DictEntry& x) { return DupKey(x, d.memory, false) == key; };
-            if (std::any_of(d.entries.begin(), d.entries.end(), same)) {
+            if (std::any_of(d.entries.begin(), d.entries.end(), same) ||
+                std::any_of(batch.begin(), batch.end(), same)) {
               errs.push_back({6, "DUPLICATE", "Duplicate entry", 1, 1,
                               d.memory ? "" : dictfmt::FormatNative(e), e.headword});
             }
@@ -638,6 +658,7 @@ int nv__AddDictionaryEntry(struct soap* soap, std::string* licence, std::string*
         }
         // asfirst: the whole batch goes ahead of the old entries, in request order.
         if (first) d.entries.insert(d.entries.begin(), batch.begin(), batch.end());
+        if (Sparse(call) && !r.entries->item.empty()) r.entries->item.pop_back();
       });
 }
 
@@ -692,6 +713,12 @@ int nv__GetDictionaryEntry(struct soap* soap, std::string* licence, std::string*
             r.entries->item.push_back(x);
           }
           ++idx;
+        }
+        if (Sparse(call)) {
+          r.entries->item.push_back(soap_new_nv__DicEntryNotFound(soap));
+          r.entries->item.push_back(soap_new_nv__DicEntryEngine(soap));
+          r.entries->item.push_back(soap_new_nv__DicEntryMemory(soap));
+          r.entries->item.push_back(soap_new_nv__DicEntryError(soap));
         }
       });
 }

@@ -21,7 +21,7 @@ class ExecThread;
 std::string DictionaryTypeName(int64_t type);
 
 /// LANG=TEXT split at the first "=". Prints "Invalid display text: %s.\n"
-/// and returns false when there is no "=".
+/// and returns false when there is no "=" or no language before it.
 bool ReadDisplayText(ExecThread& thread, const char* text,
                      std::pair<std::string, std::string>& display);
 

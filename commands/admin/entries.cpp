@@ -70,7 +70,7 @@ const OptionDef kDdelOptions[] = {LEXCTL_COMMON_OPTIONS,
 int Decimal(const char* text) { return static_cast<int>(strtol(text, nullptr, 10)); }
 
 void AddUilang(RequestFrame& frame) {
-  if (!frame.SelectHas("uilang=")) frame.AddSelectKey("uilang=" + frame.data().uilang);
+  if (!frame.SelectContains("uilang=")) frame.AddSelectKey("uilang=" + frame.data().uilang);
 }
 
 // A sentence line: marker and language beside the text, whose further lines

@@ -140,7 +140,7 @@ void CmdDimport(ExecThread& thread, ArgVector& args) {
     for (size_t i = 0; i < files.size(); ++i) {
       if (!ReadFileData(thread, files[i], contents[i])) return;
     }
-    if (!frame.SelectHas("uilang=")) frame.AddSelectKey("uilang=" + frame.data().uilang);
+    if (!frame.SelectContains("uilang=")) frame.AddSelectKey("uilang=" + frame.data().uilang);
 
     frame.PrintSelectKeys();
     ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
@@ -234,7 +234,8 @@ const CommandRecord kImportExportRows[] = {
      LEXCTL_COMMON_OPTION_HELP
      "    -format     The format of the dictionary source data.\n"
      "    -encoding   The character encoding of the dictionary source data.\n"
-     "    -replace    Replace all existing source of the dictionary (default: false).\n"
+     "    -replace    Replace all existing source of the dictionary (default:\n"
+     "                false).\n"
      "    -nodetect   Do not detect the character encoding of the data.\n"
      "    -asfirst    The new entries take priority over existing ones and are\n"
      "                added before them.\n"
