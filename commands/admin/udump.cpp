@@ -69,7 +69,8 @@ constexpr char kUdumpUsage[] =
     "user with all settings, engines and owned dictionaries when it is run with\n"
     "read, and the dictionaries' exported data beside it (e.g. foo_10001.native,\n"
     "foo_10002.tmtext, and foo_10002.dat for a translation memory's user data).\n"
-    "Shares of other users' dictionaries go to PREFIX_udump_dicshares.txt.\n"
+    "Shares of other users' dictionaries go to PREFIX_udump_dicshares.txt, to be\n"
+    "read after the script.\n"
     "Everything is written into the current directory. USERID may hold \"*\"\n"
     "wildcards; without it the current user is dumped. After the dictionaries, one\n"
     "uupdate -engSet line per engine points the engine's dictionary list at the\n"
@@ -395,7 +396,8 @@ std::string UserDump::RelinkLines(const nv__User& user) const {
   return out;
 }
 
-// Other users' dictionaries this user uses: their owners share them again.
+// Other users' dictionaries this user uses: their owners share them again, and
+// the target's engine takes them up again.
 bool UserDump::WriteShares(const nv__User& user) {
   std::string out;
   std::set<int64_t> seen;
@@ -408,6 +410,11 @@ bool UserDump::WriteShares(const nv__User& user) {
         ScriptLine line("dupdate {{DID_" + did + ":" + did + "}} -runas=" + *d.ownerid);
         line.Add(" -add " + ScriptWord(target_));
         out += line.Finish();
+        // The engine list left it out while it was not shared: put it back.
+        if (e.eid) {
+          out += "uupdate " + target_ + " -engSet " + *e.eid + " -engDicAdd {{DID_" + did + ":" +
+                 did + "}}\n";
+        }
       }
     }
   }

@@ -22,7 +22,9 @@ dupdate LAST -runas rich -add other
 dadd LAST -runas rich "apple = 林檎" "contract = 契約"
 dcreate -runas rich -eid QZ-TM -type USER -subject Memo -display en=Memo -comment "kept notes" -vendor Acme -userdata ud.bin
 daddtm LAST -runas rich -sentence en=Hello -sentence ja=こんにちは -weight 3 -author ann
-uupdate rich -engSet QZ-EJ -engDicAdd "LAST-1 101" -engMaxTech 4 -engSet QZ-TM -engDicAdd LAST
+dcreate -runas other -eid QZ-EJ -type USER_SHARED -subject Theirs
+dupdate LAST -runas other -add rich
+uupdate rich -engSet QZ-EJ -engDicAdd "LAST-2 101 LAST" -engMaxTech 4 -engSet QZ-TM -engDicAdd LAST-1
 """
 
 
@@ -81,31 +83,33 @@ def main():
             out = run(lexctl3, cwd, sim.url, layer, SETUP)
             if "SOAP EXCEPTION" in out or "FAILED" in out:
                 failures.append("set-up failed:\n" + out)
-            out = run(lexctl3, cwd, sim.url, layer, "udump rich -target bill\nread rich_udump.txt\n")
+            out = run(lexctl3, cwd, sim.url, layer, "udump rich -target bill\nread rich_udump.txt\n"
+                      "read rich_udump_dicshares.txt\n")
             checks += 1
             if "Errors occurred" in out or "Done." not in out:
                 failures.append("udump failed:\n" + out)
-            views = {}
+            views, lists = {}, {}
             for who in ("rich", "bill"):
-                views[who] = run(lexctl3, cwd, sim.url, layer,
-                                 f"uget {who} -all -sessions\neinfo -runas {who} -suserdic\n")
-            old, new = dictionaries(views["rich"]), dictionaries(views["bill"])
+                views[who] = run(lexctl3, cwd, sim.url, layer, f"uget {who} -all -sessions\n")
+                lists[who] = run(lexctl3, cwd, sim.url, layer, f"einfo -runas {who} -suserdic\n")
+            old, new = dictionaries(lists["rich"]), dictionaries(lists["bill"])
             checks += 1
-            if sorted(v for v in old.values()) != sorted(v for v in new.values()) or len(old) != 2:
+            if sorted(v for v in old.values()) != sorted(v for v in new.values()) or len(old) != 3:
                 failures.append(f"dictionaries differ: {old} against {new}")
-            # The dictionaries pair up by engine and subject.
+            # The dictionaries pair up by engine and subject; the one shared in keeps its DID.
             pairs = {}
             for did, key in old.items():
                 for nd, nkey in new.items():
                     if nkey == key:
                         pairs[did] = nd
             checks += 1
-            expected = views["rich"].replace("rich", "bill")
+            # The engines list the dictionaries in priority order; einfo lists them by DID.
+            expected, listed = views["rich"].replace("rich", "bill"), lists["rich"].replace("rich", "bill")
             for did, nd in pairs.items():
-                expected = expected.replace(did, nd)
-            if expected != views["bill"]:
-                failures.append("uget and einfo differ:\n--- rich, renamed\n" + expected +
-                                "\n--- bill\n" + views["bill"])
+                expected, listed = expected.replace(did, nd), listed.replace(did, nd)
+            if expected != views["bill"] or sorted(listed.splitlines()) != sorted(lists["bill"].splitlines()):
+                failures.append("uget or einfo differ:\n--- rich, renamed\n" + expected + listed +
+                                "\n--- bill\n" + views["bill"] + lists["bill"])
             # Details (shares, memory details, counts) and the exported data match too.
             for did, nd in pairs.items():
                 if did == nd:
