@@ -85,10 +85,12 @@ void RequestFrame::AddSelectKey(const std::string& key) {
   keys_ += key;
 }
 
-void RequestFrame::PrintSelectKeys() {
+void RequestFrame::PrintSelectKeys() { PrintSelectKeys("SelectKeys:   %s\n"); }
+
+void RequestFrame::PrintSelectKeys(const char* format) {
   if (keys_.empty()) return;
   select_ = keys_.substr(1);
-  ThreadPrint(thread_, "SelectKeys:   %s\n", select_.c_str());
+  ThreadPrint(thread_, format, select_.c_str());
 }
 
 void RequestFrame::Check(int status) {

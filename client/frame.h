@@ -85,6 +85,8 @@ class RequestFrame {
 
   /// Prints "SelectKeys:   ..." when there are select keys.
   void PrintSelectKeys();
+  /// The same with a command's own layout of the line (one %s).
+  void PrintSelectKeys(const char* format);
 
   struct soap* soap() { return data_.context(); }
   const char* endpoint() const { return data_.settings.endpoint.c_str(); }
