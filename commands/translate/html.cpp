@@ -365,16 +365,13 @@ const CommandRecord kHtmlCommandRows[] = {
      "    -downifnotexist  Download BASEURL into INFILE when INFILE does not\n"
      "                exist.\n"
      "\nValid URL rewrite tags:\n"
-     "    A_HREF              APPLET_CODEBASE     AREA_HREF\n"
-     "    BASE_HREF           BLOCKQUOTE_CITE     DEL_CITE\n"
-     "    FORM_ACTION         FRAME_SRC           HEAD_PROFILE\n"
-     "    IFRAME_SRC          IMG_SRC             IMG_USEMAP\n"
-     "    INPUT_SRC           INPUT_USEMAP        INS_CITE\n"
-     "    LINK_HREF           OBJECT_CLASSID      OBJECT_CODEBASE\n"
-     "    OBJECT_DATA         OBJECT_USEMAP       Q_CITE\n"
-     "    SCRIPT_SRC          CSS_URL             EMBED_SRC\n"
-     "    APPLET_CODE         BODY_BACKGROUND     A_HREF_BINARY\n"
-     "    META_REFRESH\n"
+     "    A_HREF           APPLET_CODEBASE  AREA_HREF        BASE_HREF\n"
+     "    BLOCKQUOTE_CITE  DEL_CITE         FORM_ACTION      FRAME_SRC\n"
+     "    HEAD_PROFILE     IFRAME_SRC       IMG_SRC          IMG_USEMAP\n"
+     "    INPUT_SRC        INPUT_USEMAP     INS_CITE         LINK_HREF\n"
+     "    OBJECT_CLASSID   OBJECT_CODEBASE  OBJECT_DATA      OBJECT_USEMAP\n"
+     "    Q_CITE           SCRIPT_SRC       CSS_URL          EMBED_SRC\n"
+     "    APPLET_CODE      BODY_BACKGROUND  A_HREF_BINARY    META_REFRESH\n"
      "\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
