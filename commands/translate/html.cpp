@@ -9,6 +9,7 @@
 #include "commands/common/files.h"
 #include "commands/common/payload.h"
 #include "commands/translate/download.h"
+#include "commands/translate/printers.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
 #include "shell/platform.h"
@@ -56,9 +57,7 @@ constexpr RewriteTag kRewriteTags[] = {
 constexpr char kTagSeparators[] = " ,:";
 
 enum HtmlOption {
-  kHtmlEid = kOptOwn,
-  kHtmlProp,
-  kHtmlStyle,
+  kHtmlStyle = kOptOwn,
   kHtmlFromCode,
   kHtmlTarget,
   kHtmlRewrite,
@@ -92,8 +91,7 @@ const OptionDef kHtmlOptions[] = {
     LEXCTL_OPT_KEY("-fragment"),
     {kOptSelectKey, "-unknown", kOptOptional},
     LEXCTL_OPT_KEY_ARG("-parser"),
-    {kHtmlEid, "-eid", kOptRequired},
-    {kHtmlProp, "-prop", kOptRequired},
+    LEXCTL_OPT_ENGINE,
     {kHtmlStyle, "-style", kOptRequired},
     {kHtmlFromCode, "-fromCode", kOptRequired},
     {kHtmlTarget, "-target", kOptRequired},
@@ -134,7 +132,6 @@ void CmdHtml(ExecThread& thread, ArgVector& args) {
   RunGuarded(thread, [&] {
     LocalData& data = Local(thread);
     RequestFrame frame(thread, data.cachemark ? " txncachemark htmlcachemark" : "");
-    std::string eid = data.engine.eid;
     std::string style, from_code, target_frame, instring, infile, outfile, downfile;
     bool has_style = false, has_from_code = false, has_target = false, has_instring = false;
     bool down_if_not_exist = false;
@@ -142,11 +139,6 @@ void CmdHtml(ExecThread& thread, ArgVector& args) {
     bool ok = frame.Scan(kHtmlOptions, args, [&](const OptionScanner& option) {
       std::string value = option.argument() ? option.argument() : "";
       switch (option.id()) {
-        case kHtmlEid:
-          eid = value;
-          break;
-        case kHtmlProp:
-          break;
         case kHtmlStyle:
           style = value;
           has_style = true;
@@ -240,9 +232,6 @@ void CmdHtml(ExecThread& thread, ArgVector& args) {
       }
     }
 
-    nv__EngineSelect engine;
-    engine.eid = &eid;
-    engine.properties = nullptr;
     nv__UrlRewriteArray rewrite;
     for (Rule& rule : rules) {
       nv__UrlRewrite item;
@@ -255,7 +244,7 @@ void CmdHtml(ExecThread& thread, ArgVector& args) {
     nv__TranslateHtmlResponse response;
     frame.Check(soap_call_nv__TranslateHtml(
         frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), &engine, has_style ? &style : nullptr,
+        frame.select(), frame.engine(), has_style ? &style : nullptr,
         base_url.empty() ? nullptr : &base_url, encoding.empty() ? nullptr : &encoding,
         has_target ? &target_frame : nullptr, rules.empty() ? nullptr : &rewrite, &binary,
         response));
@@ -275,6 +264,7 @@ void CmdHtml(ExecThread& thread, ArgVector& args) {
       ThreadPrint(thread, "Output File: %s (%d bytes)\n", out_name.c_str(),
                   static_cast<int>(translated.size()));
     }
+    PrintUnknownWords(thread, response.unknown);
   });
 }
 
