@@ -1,12 +1,16 @@
 #include "commands/translate/analysis.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <string>
 
 #include "client/frame.h"
 #include "commands/common/files.h"
 #include "commands/common/payload.h"
+#include "commands/common/wrap.h"
 #include "commands/translate/download.h"
+#include "commands/translate/input.h"
+#include "commands/translate/printers.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
 #include "soapH.h"
@@ -20,6 +24,20 @@ namespace {
       LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"), LEXCTL_OPT_KEY_ARG("-bmax"), \
       LEXCTL_OPT_KEY_ARG("-smax"), LEXCTL_OPT_KEY("-resetsessions"),                           \
       LEXCTL_OPT_KEY_ARG("-dbcache"), LEXCTL_OPT_KEY("-neweid")
+
+const OptionDef kParseOptions[] = {
+    LEXCTL_ANALYSIS_KEYS,        LEXCTL_OPT_KEY("-fault"),  LEXCTL_OPT_KEY("-nosplit"),
+    LEXCTL_OPT_KEY("-orgtext"),  LEXCTL_OPT_KEY("-rawpos"), LEXCTL_OPT_KEY("-subject"),
+    LEXCTL_OPT_KEY_ARG("-hint"), LEXCTL_OPT_REQGROUP,       LEXCTL_OPT_ENGINE,
+    LEXCTL_OPT_PATTERN,          LEXCTL_OPT_FILE,           LEXCTL_OPT_INDATA,
+    LEXCTL_OPT_OUTDATA,          LEXCTL_OPT_END_OF_OPTIONS, LEXCTL_OPT_END};
+
+// split has no engine to send; -eid only shows in its header.
+const OptionDef kSplitOptions[] = {LEXCTL_ANALYSIS_KEYS,
+                                   LEXCTL_OPT_REQGROUP,
+                                   {kOptEngineId, "-eid", kOptRequired},
+                                   LEXCTL_OPT_FILE,
+                                   LEXCTL_OPT_END};
 
 enum DlangOption {
   kDlangLanguageHint = kOptOwn,
@@ -69,6 +87,163 @@ bool ReadInput(ExecThread& thread, const std::string& name, std::string& bytes,
   bool read = ReadFileData(thread, download.file, bytes);
   if (download.temporary) remove(download.file.c_str());
   return read;
+}
+
+constexpr char kNext[] = "     : ";
+
+// printf into a string: the parse is printed or written to a file whole.
+void Appendf(std::string& out, const char* format, ...) __attribute__((format(printf, 2, 3)));
+void Appendf(std::string& out, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  char small[256];
+  int n = vsnprintf(small, sizeof small, format, args);
+  va_end(args);
+  if (n < 0) return;
+  if (static_cast<size_t>(n) < sizeof small) {
+    out.append(small, n);
+    return;
+  }
+  std::string big(static_cast<size_t>(n) + 1, '\0');
+  va_start(args, format);
+  vsnprintf(big.data(), big.size(), format, args);
+  va_end(args);
+  out.append(big.data(), n);
+}
+
+// "START LENGTH"; -1 -1 when it is missing or not two numbers.
+void SpanOf(const std::string* loc, int& start, int& length) {
+  int used = 0;
+  if (!loc || sscanf(loc->c_str(), "%d %d %n", &start, &length, &used) != 2 ||
+      used != static_cast<int>(loc->size())) {
+    start = length = -1;
+  }
+}
+
+// "  org: ]TEXT[" on one line, or wrapped after "  org: [" when too long.
+std::string Bracketed(const char* label, std::string_view text) {
+  std::string prefix = std::string("  ") + label + ": ";
+  std::string line = WrapText(std::string(text) + "[", prefix + "]", kNext);
+  if (line.find('\n') == line.size() - 1) return line;
+  return WrapText(text, prefix + "[", kNext);
+}
+
+const std::string& Or(const std::string* text) {
+  static const std::string empty;
+  return text ? *text : empty;
+}
+
+void AppendSentence(std::string& out, const nv__Sentence& sentence, const std::string& block_text) {
+  int start, length;
+  SpanOf(sentence.loc, start, length);
+  Appendf(out, " %s (%d, %d)\n", PartKindName(sentence.type), start, length);
+  if (sentence.error) Appendf(out, "  err: %s\n", sentence.error->c_str());
+  out += Bracketed("org", CharSpan(block_text, start, length));
+  if (sentence.org) out += Bracketed("ORG", *sentence.org);
+  out += "  Words:\n";
+  if (!sentence.words) return;
+  int number = 0;
+  for (const nv__Word& word : sentence.words->item) {
+    Appendf(out, "%3d loc: %-6s pos: %-6s did: %-8s", ++number, Or(word.loc).c_str(),
+            Or(word.pos).c_str(), Or(word.did).c_str());
+    Appendf(out, " word: [%s]", Or(word.word).c_str());
+    Appendf(out, " base: [%s]\n", Or(word.base).c_str());
+  }
+}
+
+// The parse of every block, as printed and as written to an output file.
+std::string ParseListing(ExecThread& thread, const nv__SourceBlockArray& sent,
+                         const nv__TextBlockArray* received) {
+  size_t count = CheckBlockCount(thread, sent.item.size(), received ? received->item.size() : 0);
+  std::string out;
+  for (size_t i = 0; i < count; ++i) {
+    const nv__SourceBlock& request = sent.item[i];
+    const nv__TextBlock& block = received->item[i];
+    if (i > 0) out += "\n";
+    Appendf(out, "Block %d\n", static_cast<int>(i + 1));
+    if (block.error) Appendf(out, "  err: %s\n", block.error->c_str());
+    out += WrapText(Or(request.text), "  org: ", kNext);
+    if (request.pattern) out += WrapText(Or(request.pattern->text), "  pat: ", kNext);
+    if (!block.parts) continue;
+    for (const nv__Sentence& sentence : block.parts->item) {
+      AppendSentence(out, sentence, Or(request.text));
+    }
+  }
+  return out;
+}
+
+void CmdParse(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdParse, args, true)) return;
+  RunGuarded(thread, [&] {
+    RequestFrame frame(thread, "");
+    TextInput input;
+    if (!frame.Scan(kParseOptions, args,
+                    [&](const OptionScanner& o) { return input.TakeOption(o); })) {
+      return;
+    }
+    nv__SourceBlockArray* blocks =
+        input.Assemble(frame, "File parse cannot have other blocks specified.\n");
+    if (!blocks) return;
+    input.PrintHeader(frame, true);
+
+    nv__ParseTextResponse response;
+    frame.Check(soap_call_nv__ParseText(frame.soap(), frame.endpoint(), "", frame.licence(),
+                                        frame.clientid(), frame.reqgroup(), frame.select(),
+                                        frame.engine(), blocks, response));
+    frame.Token(response.token);
+    frame.Warnings(response.error);
+    std::string listing = ParseListing(thread, *blocks, response.blocks);
+    if (input.has_output()) {
+      input.WriteOutput(thread, &listing);
+    } else {
+      ThreadPrint(thread, "%s", listing.c_str());
+    }
+  });
+}
+
+void CmdSplit(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdSplit, args, true)) return;
+  RunGuarded(thread, [&] {
+    RequestFrame frame(thread, "");
+    TextInput input;
+    if (!frame.Scan(kSplitOptions, args,
+                    [&](const OptionScanner& o) { return input.TakeOption(o); })) {
+      return;
+    }
+    nv__SourceBlockArray* blocks =
+        input.Assemble(frame, "File split cannot have other blocks specified.\n");
+    if (!blocks) return;
+    input.PrintHeader(frame, frame.eid_given());
+
+    nv__SplitSentencesResponse response;
+    frame.Check(soap_call_nv__SplitSentences(frame.soap(), frame.endpoint(), "", frame.licence(),
+                                             frame.clientid(), frame.reqgroup(), frame.select(),
+                                             blocks, response));
+    frame.Token(response.token);
+    frame.Warnings(response.error);
+    if (!input.has_output()) {
+      PrintBlocks(thread, blocks, response.blocks, BlockPrintOptions());
+      return;
+    }
+    const nv__TranslationBlockArray* received = response.blocks;
+    size_t count =
+        CheckBlockCount(thread, blocks->item.size(), received ? received->item.size() : 0);
+    std::string spans;
+    for (size_t i = 0; i < count; ++i) {
+      const nv__TranslationPartArray* parts = received->item[i].parts;
+      if (!parts) continue;
+      for (const nv__TranslationPart* part : parts->item) {
+        int start, length;
+        SpanOf(part->loc, start, length);
+        if (start < 0) {
+          ThreadPrint(thread, "Invalid sentence location: %s\n", Or(part->loc).c_str());
+          continue;
+        }
+        Appendf(spans, "%d %d\n", start, length);
+      }
+    }
+    if (WriteFileData(thread, input.output_file(), spans)) ThreadPrint(thread, "Done.\n");
+  });
 }
 
 void CmdDlang(ExecThread& thread, ArgVector& args) {
@@ -243,6 +418,29 @@ void CmdRecode(ExecThread& thread, ArgVector& args) {
 }  // namespace
 
 const CommandRecord kAnalysisCommandRows[] = {
+    {"p", CmdParse, 0, nullptr, nullptr},
+    {"parse", CmdParse, 0, "Parse text into sentences and words.",
+     "Usage: parse <[--] TEXT+ | -file FILE | -indata INFILE>\n\n" LEXCTL_COMMON_OPTION_HELP
+     "    -fault      Return a fault if the parse fails.\n"
+     "    -nosplit    Do not sentence split the text; parse it as one sentence.\n"
+     "    -orgtext    Return the processed original text.\n"
+     "    -rawpos     Return the raw engine POS code instead of the QZ_POS code.\n"
+     "    -subject    Return the dictionary subject instead of the DID.\n"
+     "    -hint       HINT, the type of text.\n"
+     "    -eid        The engine to use (default: the current engine).\n"
+     "    -prop       KEY=VALUE, an engine property; may be repeated.\n"
+     "    -pattern    A phrase pattern for the next block; may be repeated.\n"
+     "    -file       Parse FILE as one block; the parse is written to FILE.out.\n"
+     "    -indata     Parse INFILE as one block.\n"
+     "    -outdata    Write the parse to OUTFILE.\n"
+     "    --          Every later argument is text, even when it begins with -.\n"},
+    {"split", CmdSplit, 0, "Split text into sentences.",
+     "Usage: split [LANG=]TEXT+ | -file FILE>\n\n" LEXCTL_COMMON_OPTION_HELP
+     "    -eid        Shown as the engine; the split needs none.\n"
+     "    -file       Split FILE as one block and write the sentence spans\n"
+     "                (START LENGTH, one per line) to FILE.out.\n"
+     "\nNote: if the language is not specifed then the source language for the current engine will "
+     "be used.\n"},
     {"dlang", CmdDlang, 0, "Detect the language of a text.",
      "Usage: dlang <TEXT+ | -file FILE>\n\n" LEXCTL_COMMON_OPTION_HELP
      "    -nodetect   Disable character encoding detection\n"
