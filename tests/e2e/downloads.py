@@ -91,10 +91,18 @@ def main():
             "@echo ==loop", f"html {url}/loop",
             "@echo ==missing", f"dlang -file {url}/missing",
             "@echo ==nowget", "setopt wget /nonexistent/wget", f"recode {url}/doc.txt UTF-8",
+            "@echo ==notonpath", "setopt wget no-such-wget-on-path", f"dlang -file {url}/doc.txt",
+            # A wget that saves no headers, run with a proxy set.
+            "@echo ==noheaders", f"setopt wget {cwd}/fakewget", "setopt proxy 127.0.0.1:9",
+            f"html -downfile kept.html {url}/page.html",
             "@echo ==end",
         ]
         with open(os.path.join(cwd, "dl.lex"), "w") as f:
             f.write("\n".join(script) + "\n")
+        with open(os.path.join(cwd, "fakewget"), "w") as f:
+            f.write('#!/bin/sh\nprintf "%s\\n" "$@" > args.txt\n'
+                    'for a; do case "$a" in --output-document=*) echo body > "${a#*=}";; esac; done\n')
+        os.chmod(os.path.join(cwd, "fakewget"), 0o755)
         env = dict(os.environ, HOME=cwd, TMPDIR=tmp)
         env.pop("http_proxy", None)
         try:
@@ -143,7 +151,15 @@ def main():
         check(made and read(tmp, made.group(1)) == TEXT.decode().encode("utf-16-le"),
               f"recode of a URL:\n{recode}")
 
-        for name in ("loop", "missing", "nowget"):
+        noheaders = out.get("noheaders", "")
+        check(noheaders.endswith("\n\nFailed to process the file.\n") and "--proxy --output" in noheaders
+              and not os.path.exists(os.path.join(cwd, "kept.html")),
+              f"a saved file without headers:\n{noheaders}")
+        # wget gets the words of the printed line, none of them taken apart by a shell.
+        args = (read(cwd, "args.txt") or b"").decode().splitlines()
+        check(args[:3] == ["--no-verbose", "--save-headers", "--proxy"] and
+              args[4:] == [f"--user-agent={AGENT}", f"{url}/page.html"], f"wget's arguments: {args}")
+        for name in ("loop", "missing", "nowget", "notonpath"):
             text = out.get(name, "")
             check(text.endswith("\n\nFailed to download using wget.\n"),
                   f"a failed download ends the command:\n{text}")
