@@ -19,21 +19,30 @@ namespace lexctl {
 namespace {
 
 // The select keys of every analysis command, in the order help lists them.
-#define LEXCTL_ANALYSIS_KEYS                                                                   \
+#define ANALYSIS_KEYS                                                                          \
   LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),                  \
       LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"), LEXCTL_OPT_KEY_ARG("-bmax"), \
       LEXCTL_OPT_KEY_ARG("-smax"), LEXCTL_OPT_KEY("-resetsessions"),                           \
       LEXCTL_OPT_KEY_ARG("-dbcache"), LEXCTL_OPT_KEY("-neweid")
 
-const OptionDef kParseOptions[] = {
-    LEXCTL_ANALYSIS_KEYS,        LEXCTL_OPT_KEY("-fault"),  LEXCTL_OPT_KEY("-nosplit"),
-    LEXCTL_OPT_KEY("-orgtext"),  LEXCTL_OPT_KEY("-rawpos"), LEXCTL_OPT_KEY("-subject"),
-    LEXCTL_OPT_KEY_ARG("-hint"), LEXCTL_OPT_REQGROUP,       LEXCTL_OPT_ENGINE,
-    LEXCTL_OPT_PATTERN,          LEXCTL_OPT_FILE,           LEXCTL_OPT_INDATA,
-    LEXCTL_OPT_OUTDATA,          LEXCTL_OPT_END_OF_OPTIONS, LEXCTL_OPT_END};
+const OptionDef kParseOptions[] = {ANALYSIS_KEYS,
+                                   LEXCTL_OPT_KEY("-fault"),
+                                   LEXCTL_OPT_KEY("-nosplit"),
+                                   LEXCTL_OPT_KEY("-orgtext"),
+                                   LEXCTL_OPT_KEY("-rawpos"),
+                                   LEXCTL_OPT_KEY("-subject"),
+                                   LEXCTL_OPT_KEY_ARG("-hint"),
+                                   LEXCTL_OPT_REQGROUP,
+                                   LEXCTL_OPT_ENGINE,
+                                   LEXCTL_OPT_PATTERN,
+                                   LEXCTL_OPT_FILE,
+                                   LEXCTL_OPT_INDATA,
+                                   LEXCTL_OPT_OUTDATA,
+                                   LEXCTL_OPT_END_OF_OPTIONS,
+                                   LEXCTL_OPT_END};
 
 // split has no engine to send; -eid only shows in its header.
-const OptionDef kSplitOptions[] = {LEXCTL_ANALYSIS_KEYS,
+const OptionDef kSplitOptions[] = {ANALYSIS_KEYS,
                                    LEXCTL_OPT_REQGROUP,
                                    {kOptEngineId, "-eid", kOptRequired},
                                    LEXCTL_OPT_FILE,
@@ -46,7 +55,7 @@ enum DlangOption {
   kDlangFromCode,
   kDlangFile
 };
-const OptionDef kDlangOptions[] = {LEXCTL_ANALYSIS_KEYS,
+const OptionDef kDlangOptions[] = {ANALYSIS_KEYS,
                                    LEXCTL_OPT_KEY("-nodetect"),
                                    LEXCTL_OPT_REQGROUP,
                                    {kDlangLanguageHint, "-languageHint", kOptRequired},
@@ -57,7 +66,7 @@ const OptionDef kDlangOptions[] = {LEXCTL_ANALYSIS_KEYS,
                                    LEXCTL_OPT_END};
 
 enum RecodeOption { kRecodeFromLang = kOptOwn, kRecodeFromCode, kRecodeOutfile };
-const OptionDef kRecodeOptions[] = {LEXCTL_ANALYSIS_KEYS,
+const OptionDef kRecodeOptions[] = {ANALYSIS_KEYS,
                                     LEXCTL_OPT_KEY("-nodetect"),
                                     LEXCTL_OPT_KEY("-usesig"),
                                     LEXCTL_OPT_REQGROUP,
@@ -149,27 +158,6 @@ void AppendSentence(std::string& out, const nv__Sentence& sentence, const std::s
     Appendf(out, " word: [%s]", Or(word.word).c_str());
     Appendf(out, " base: [%s]\n", Or(word.base).c_str());
   }
-}
-
-// The parse of every block, as printed and as written to an output file.
-std::string ParseListing(ExecThread& thread, const nv__SourceBlockArray& sent,
-                         const nv__TextBlockArray* received) {
-  size_t count = CheckBlockCount(thread, sent.item.size(), received ? received->item.size() : 0);
-  std::string out;
-  for (size_t i = 0; i < count; ++i) {
-    const nv__SourceBlock& request = sent.item[i];
-    const nv__TextBlock& block = received->item[i];
-    if (i > 0) out += "\n";
-    Appendf(out, "Block %d\n", static_cast<int>(i + 1));
-    if (block.error) Appendf(out, "  err: %s\n", block.error->c_str());
-    out += WrapText(Or(request.text), "  org: ", kNext);
-    if (request.pattern) out += WrapText(Or(request.pattern->text), "  pat: ", kNext);
-    if (!block.parts) continue;
-    for (const nv__Sentence& sentence : block.parts->item) {
-      AppendSentence(out, sentence, Or(request.text));
-    }
-  }
-  return out;
 }
 
 void CmdParse(ExecThread& thread, ArgVector& args) {
@@ -416,6 +404,26 @@ void CmdRecode(ExecThread& thread, ArgVector& args) {
 }
 
 }  // namespace
+
+std::string ParseListing(ExecThread& thread, const nv__SourceBlockArray& sent,
+                         const nv__TextBlockArray* received) {
+  size_t count = CheckBlockCount(thread, sent.item.size(), received ? received->item.size() : 0);
+  std::string out;
+  for (size_t i = 0; i < count; ++i) {
+    const nv__SourceBlock& request = sent.item[i];
+    const nv__TextBlock& block = received->item[i];
+    if (i > 0) out += "\n";
+    Appendf(out, "Block %d\n", static_cast<int>(i + 1));
+    if (block.error) Appendf(out, "  err: %s\n", block.error->c_str());
+    out += WrapText(Or(request.text), "  org: ", kNext);
+    if (request.pattern) out += WrapText(Or(request.pattern->text), "  pat: ", kNext);
+    if (!block.parts) continue;
+    for (const nv__Sentence& sentence : block.parts->item) {
+      AppendSentence(out, sentence, Or(request.text));
+    }
+  }
+  return out;
+}
 
 const CommandRecord kAnalysisCommandRows[] = {
     {"p", CmdParse, 0, nullptr, nullptr},
