@@ -104,6 +104,13 @@ TEST_F(BlockPrinter, MalformedRepliesPrintWhatTheyCan) {
   EXPECT_EQ(Print(request, block, simple), "Block 1\n");
   std::string translation;
   EXPECT_FALSE(BuildTranslation(block, translation));
+  // A nil item: an invalid part in every layout.
+  block.parts->item.push_back(nullptr);
+  BlockPrintOptions test, memory;
+  test.test = true;
+  memory.memory = true;
+  EXPECT_EQ(Print(request, block, test).substr(0, 11), "[test_1]\nor");
+  EXPECT_NE(Print(request, block, memory).find("   INVALID PART\n   INVALID PART\n"), std::string::npos);
 }
 
 TEST_F(BlockPrinter, AlternativeWordsAndMemoryRuns) {
