@@ -88,6 +88,7 @@ def main():
             "@echo ==exists", f"html -downifnotexist -infile cached.html {url}/ascii.html",
             "@echo ==dlang", f"dlang -file {url}/doc.txt",
             "@echo ==recode", f"recode {url}/doc.txt UTF-16LE",
+            "@echo ==nodir", f"html -downfile nodir/x.html {url}/page.html",
             "@echo ==loop", f"html {url}/loop",
             "@echo ==missing", f"dlang -file {url}/missing",
             "@echo ==nowget", "setopt wget /nonexistent/wget", f"recode {url}/doc.txt UTF-8",
@@ -159,6 +160,8 @@ def main():
         args = (read(cwd, "args.txt") or b"").decode().splitlines()
         check(args[:3] == ["--no-verbose", "--save-headers", "--proxy"] and
               args[4:] == [f"--user-agent={AGENT}", f"{url}/page.html"], f"wget's arguments: {args}")
+        nodir = out.get("nodir", "")
+        check(nodir.endswith("\n\nUnable to open file: nodir/x.html\n"), f"a downfile that cannot be made:\n{nodir}")
         for name in ("loop", "missing", "nowget", "notonpath"):
             text = out.get(name, "")
             check(text.endswith("\n\nFailed to download using wget.\n"),
