@@ -124,10 +124,12 @@ bool RequestFrame::HasSelectKey(const std::string& key) const {
   return (keys_ + " ").find(" " + key + " ") != std::string::npos;
 }
 
-void RequestFrame::PrintSelectKeys() {
+void RequestFrame::PrintSelectKeys() { PrintSelectKeys("SelectKeys:   %s\n"); }
+
+void RequestFrame::PrintSelectKeys(const char* format) {
   if (keys_.empty()) return;
   select_ = keys_.substr(1);
-  ThreadPrint(thread_, "SelectKeys:   %s\n", select_.c_str());
+  ThreadPrint(thread_, format, select_.c_str());
 }
 
 void RequestFrame::PrintEngine() { ThreadPrint(thread_, "Engine EID:   %s\n", eid_.c_str()); }

@@ -108,6 +108,8 @@ class RequestFrame {
   /// Sends the select keys without printing them (the calls a command makes
   /// besides the one it echoes).
   void UseSelectKeys();
+  /// The same with a command's own layout of the line (one %s).
+  void PrintSelectKeys(const char* format);
 
   /// The engine this request selects: the thread's engine, changed by -eid
   /// and -prop.

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace lexctl {
 
@@ -34,6 +35,12 @@ ChdirResult ChangeDir(const char* path);
 void RunShellCommand(const std::string& command_line);
 /// The interactive command processor started by a bare "shell".
 std::string DefaultShell();
+/// Runs a program (found on PATH when argv[0] has no "/") with exactly these
+/// arguments, no command processor in between, and waits for it. Its exit
+/// status; -1 when it could not be started or did not exit normally.
+int RunProgram(const std::vector<std::string>& argv);
+/// The folder for temporary files: TMPDIR, else "/tmp".
+std::string TempDirectory();
 
 /// Kernel and user processor time of the process, in microseconds.
 bool ProcessTimes(long long& kernel_us, long long& user_us);

@@ -2,8 +2,10 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <clocale>
@@ -106,6 +108,25 @@ void RunShellCommand(const std::string& command_line) {
 std::string DefaultShell() {
   const char* shell = getenv("SHELL");
   return shell && *shell ? shell : "/bin/sh";
+}
+
+int RunProgram(const std::vector<std::string>& argv) {
+  if (argv.empty()) return -1;
+  std::vector<char*> words;
+  for (const std::string& word : argv) words.push_back(const_cast<char*>(word.c_str()));
+  words.push_back(nullptr);
+  pid_t pid;
+  if (posix_spawnp(&pid, words[0], nullptr, nullptr, words.data(), environ) != 0) return -1;
+  int status;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return -1;
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string TempDirectory() {
+  const char* dir = getenv("TMPDIR");
+  return dir && *dir ? dir : "/tmp";
 }
 
 bool ProcessTimes(long long& kernel_us, long long& user_us) {

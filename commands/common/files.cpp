@@ -70,6 +70,19 @@ bool WriteFileData(ExecThread& thread, const std::string& path, std::string_view
   return WriteParts(thread, path, {}, body);
 }
 
+bool SaveBinaryFile(ExecThread& thread, const std::string& path, std::string_view body) {
+  File file(fopen(path.c_str(), "wb"));
+  bool opened = file != nullptr;
+  bool ok = opened && fwrite(body.data(), 1, body.size(), file.get()) == body.size();
+  if (opened) ok = fclose(file.release()) == 0 && ok;
+  if (!ok) {
+    // A file that could not be opened is not ours to remove.
+    if (opened) remove(path.c_str());
+    ThreadPrint(thread, "Unable to save binary data to file: %s\n", path.c_str());
+  }
+  return ok;
+}
+
 void CharsetFromContentType(const std::string& content_type, std::string& charset,
                             std::string& extension) {
   size_t at = content_type.find("charset=");

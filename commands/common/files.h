@@ -29,6 +29,10 @@ bool WriteSignedFile(ExecThread& thread, const std::string& path, std::string_vi
 /// as WriteSignedFile.
 bool WriteFileData(ExecThread& thread, const std::string& path, std::string_view body);
 
+/// Writes body as it is; on any failure prints only
+/// "Unable to save binary data to file: %s\n" and leaves no file behind.
+bool SaveBinaryFile(ExecThread& thread, const std::string& path, std::string_view body);
+
 /// The character set ("charset=" to the end) and the file extension
 /// (".html", ".xml", ".zip", ".txt" or ".tmp") a content type names.
 void CharsetFromContentType(const std::string& content_type, std::string& charset,

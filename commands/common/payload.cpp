@@ -17,4 +17,13 @@ xsd__base64Binary* Payload(LocalData& data, const std::string& bytes, const std:
   return binary;
 }
 
+void SetBinary(LocalData& data, std::string& bytes, xsd__base64Binary& binary) {
+  binary = *Payload(data, bytes, "binary");
+}
+
+std::string_view BinaryBytes(const xsd__base64Binary* binary) {
+  if (!binary || !binary->__ptr || binary->__size <= 0) return {};
+  return {reinterpret_cast<const char*>(binary->__ptr), static_cast<size_t>(binary->__size)};
+}
+
 }  // namespace lexctl

@@ -1,8 +1,368 @@
 #include "commands/translate/html.h"
 
+#include <strings.h>
+
+#include <cstdio>
+#include <vector>
+
+#include "client/frame.h"
+#include "commands/common/files.h"
+#include "commands/common/payload.h"
+#include "commands/translate/download.h"
+#include "commands/translate/printers.h"
+#include "shell/dispatch.h"
+#include "shell/output.h"
+#include "shell/platform.h"
+#include "soapH.h"
+
 namespace lexctl {
+namespace {
+
+struct RewriteTag {
+  unsigned bit;
+  const char* name;
+};
+
+constexpr RewriteTag kRewriteTags[] = {
+    {0x1, "A_HREF"},
+    {0x2, "APPLET_CODEBASE"},
+    {0x4, "AREA_HREF"},
+    {0x8, "BASE_HREF"},
+    {0x10, "BLOCKQUOTE_CITE"},
+    {0x20, "DEL_CITE"},
+    {0x40, "FORM_ACTION"},
+    {0x80, "FRAME_SRC"},
+    {0x100, "HEAD_PROFILE"},
+    {0x200, "IFRAME_SRC"},
+    {0x400, "IMG_SRC"},
+    {0x800, "IMG_USEMAP"},
+    {0x1000, "INPUT_SRC"},
+    {0x2000, "INPUT_USEMAP"},
+    {0x4000, "INS_CITE"},
+    {0x8000, "LINK_HREF"},
+    {0x10000, "OBJECT_CLASSID"},
+    {0x20000, "OBJECT_CODEBASE"},
+    {0x40000, "OBJECT_DATA"},
+    {0x80000, "OBJECT_USEMAP"},
+    {0x100000, "Q_CITE"},
+    {0x200000, "SCRIPT_SRC"},
+    {0x400000, "CSS_URL"},
+    {0x800000, "EMBED_SRC"},
+    {0x1000000, "APPLET_CODE"},
+    {0x2000000, "BODY_BACKGROUND"},
+    {0x4000000, "A_HREF_BINARY"},
+    {0x8000000, "META_REFRESH"},
+};
+
+constexpr char kTagSeparators[] = " ,:";
+
+enum HtmlOption {
+  kHtmlStyle = kOptOwn,
+  kHtmlFromCode,
+  kHtmlTarget,
+  kHtmlRewrite,
+  kHtmlInstring,
+  kHtmlInfile,
+  kHtmlOutfile,
+  kHtmlDownfile,
+  kHtmlDownIfNotExist,
+};
+
+const OptionDef kHtmlOptions[] = {
+    LEXCTL_OPT_SELECT,
+    LEXCTL_OPT_KEY("-strict"),
+    LEXCTL_OPT_KEY_ARG("-runas"),
+    LEXCTL_OPT_KEY_ARG("-uilang"),
+    LEXCTL_OPT_KEY_ARG("-rmax"),
+    LEXCTL_OPT_KEY_ARG("-bmax"),
+    LEXCTL_OPT_KEY_ARG("-smax"),
+    LEXCTL_OPT_KEY("-resetsessions"),
+    LEXCTL_OPT_KEY_ARG("-dbcache"),
+    LEXCTL_OPT_KEY("-neweid"),
+    LEXCTL_OPT_REQGROUP,
+    LEXCTL_OPT_KEY("-txnonly"),
+    LEXCTL_OPT_KEY_ARG("-tag"),
+    LEXCTL_OPT_KEY("-nodetect"),
+    LEXCTL_OPT_KEY("-nobuttons"),
+    LEXCTL_OPT_KEY_ARG("-txncache"),
+    LEXCTL_OPT_KEY("-txncachemark"),
+    LEXCTL_OPT_KEY_ARG("-htmlcache"),
+    LEXCTL_OPT_KEY("-htmlcachemark"),
+    LEXCTL_OPT_KEY("-fragment"),
+    {kOptSelectKey, "-unknown", kOptOptional},
+    LEXCTL_OPT_KEY_ARG("-parser"),
+    LEXCTL_OPT_ENGINE,
+    {kHtmlStyle, "-style", kOptRequired},
+    {kHtmlFromCode, "-fromCode", kOptRequired},
+    {kHtmlTarget, "-target", kOptRequired},
+    {kHtmlRewrite, "-rewrite", kOptRequired},
+    {kHtmlInstring, "-instring", kOptRequired},
+    {kHtmlInfile, "-infile", kOptRequired},
+    {kHtmlOutfile, "-outfile", kOptRequired},
+    {kHtmlDownfile, "-downfile", kOptRequired},
+    {kHtmlDownIfNotExist, "-downifnotexist", kOptNoArgument},
+    LEXCTL_OPT_END,
+};
+
+// One -rewrite rule as it goes on the wire.
+struct Rule {
+  unsigned tags;
+  std::string url_template;
+};
+
+// Reads one -rewrite argument; a bad rule is reported and left out.
+void AddRewriteRule(ExecThread& thread, const std::string& rule, std::vector<Rule>& rules) {
+  size_t equals = rule.find('=');
+  if (equals == std::string::npos) {
+    ThreadPrint(thread, "Invalid rewrite rule: %s.\n", rule.c_str());
+    return;
+  }
+  unsigned tags = 0;
+  std::string bad;
+  if (!ParseRewriteTags(std::string_view(rule).substr(0, equals), tags, bad)) {
+    // A rule with no tag names at all is shown whole.
+    ThreadPrint(thread, "Invalid rewrite tags: %s\n", bad.empty() ? rule.c_str() : bad.c_str());
+    return;
+  }
+  rules.push_back({tags, rule.substr(equals + 1)});
+}
+
+void CmdHtml(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdHtml, args, true)) return;
+  RunGuarded(thread, [&] {
+    LocalData& data = Local(thread);
+    RequestFrame frame(thread, data.cachemark ? " txncachemark htmlcachemark" : "");
+    std::string style, from_code, target_frame, instring, infile, outfile, downfile;
+    bool has_style = false, has_from_code = false, has_target = false, has_instring = false;
+    bool down_if_not_exist = false;
+    std::vector<Rule> rules;
+    bool ok = frame.Scan(kHtmlOptions, args, [&](const OptionScanner& option) {
+      std::string value = option.argument() ? option.argument() : "";
+      switch (option.id()) {
+        case kHtmlStyle:
+          style = value;
+          has_style = true;
+          break;
+        case kHtmlFromCode:
+          from_code = value;
+          has_from_code = true;
+          break;
+        case kHtmlTarget:
+          target_frame = value;
+          has_target = true;
+          break;
+        case kHtmlRewrite:
+          AddRewriteRule(thread, value, rules);
+          break;
+        case kHtmlInstring:
+          instring = value;
+          has_instring = true;
+          break;
+        case kHtmlInfile:
+          infile = value;
+          break;
+        case kHtmlOutfile:
+          outfile = value;
+          break;
+        case kHtmlDownfile:
+          downfile = value;
+          break;
+        case kHtmlDownIfNotExist:
+          down_if_not_exist = true;
+          break;
+      }
+      return true;
+    });
+    if (!ok || !frame.ExpectPositional(0, 1)) return;
+    std::string base_url = frame.positional().empty() ? "" : frame.positional()[0];
+
+    std::string document, encoding = from_code;
+    Download download;
+    bool downloaded = false;
+    if (has_instring) {
+      document = instring;
+      encoding = "UTF-8";
+      frame.AddSelectKey("nodetect fragment tag= txnonly");
+    } else {
+      if (base_url.empty() && infile.empty()) {
+        ThreadPrint(thread, kMsgInvalidArgs);
+        return;
+      }
+      std::string down_target;
+      if (!base_url.empty() && down_if_not_exist && !infile.empty() &&
+          !FileExists(infile.c_str())) {
+        downloaded = true;
+        down_target = infile;
+      } else if (!base_url.empty() && infile.empty()) {
+        downloaded = true;
+        down_target = downfile;
+      }
+      if (downloaded) {
+        if (!DownloadUrl(thread, base_url, down_target, download)) return;
+        infile = download.file;
+        if (!has_from_code) encoding = download.charset;
+      }
+      bool read = ReadFileData(thread, infile, document);
+      // A page fetched only for this command is not kept; its translation is.
+      if (download.temporary) remove(infile.c_str());
+      if (!read) return;
+    }
+
+    frame.PrintSelectKeys();
+    ThreadPrint(thread, "Input:\n");
+    if (!base_url.empty()) ThreadPrint(thread, "  Base URL:   %s\n", base_url.c_str());
+    if (downloaded) {
+      ThreadPrint(thread, "  URL:        %s\n", base_url.c_str());
+      ThreadPrint(thread, "  Content:    %s\n", download.content_type.c_str());
+    }
+    if (!has_instring) {
+      ThreadPrint(thread, "  File:       %s (%d bytes)\n", infile.c_str(),
+                  static_cast<int>(document.size()));
+    } else {
+      ThreadPrint(thread, "  Data:       %s\n", document.c_str());
+    }
+    if (has_target) ThreadPrint(thread, "  Target:     %s\n", target_frame.c_str());
+    if (!encoding.empty()) ThreadPrint(thread, "  Encoding:   %s\n", encoding.c_str());
+    ThreadPrint(thread, "\n");
+    if (!rules.empty()) {
+      ThreadPrint(thread, "  Rewrite rules:\n");
+      for (const Rule& rule : rules) {
+        ThreadPrint(thread, "    %s = %s\n", RewriteTagNames(rule.tags).c_str(),
+                    rule.url_template.c_str());
+      }
+    }
+
+    nv__UrlRewriteArray rewrite;
+    for (Rule& rule : rules) {
+      nv__UrlRewrite item;
+      item.tags = rule.tags;
+      item.urlTemplate = &rule.url_template;
+      rewrite.item.push_back(item);
+    }
+    xsd__base64Binary binary;
+    SetBinary(data, document, binary);
+    nv__TranslateHtmlResponse response;
+    frame.Check(soap_call_nv__TranslateHtml(
+        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
+        frame.select(), frame.engine(), has_style ? &style : nullptr,
+        base_url.empty() ? nullptr : &base_url, encoding.empty() ? nullptr : &encoding,
+        has_target ? &target_frame : nullptr, rules.empty() ? nullptr : &rewrite, &binary,
+        response));
+    frame.Token(response.token);
+    frame.Warnings(response.error);
+    if (!response.document) throw Exception("the reply carries no translated document");
+    std::string_view translated = BinaryBytes(response.document);
+    const char* used = response.encodingUsed ? response.encodingUsed->c_str() : "";
+    if (has_instring) {
+      ThreadPrint(thread, "Input Encoding Used: %s\n", used);
+      ThreadPrint(thread, "Output Data: %.*s\n", static_cast<int>(translated.size()),
+                  translated.data());
+    } else {
+      std::string out_name = outfile.empty() ? HtmlOutputName(infile) : outfile;
+      if (!SaveBinaryFile(thread, out_name, translated)) return;
+      ThreadPrint(thread, "Input Encoding Used: %s\n", used);
+      ThreadPrint(thread, "Output File: %s (%d bytes)\n", out_name.c_str(),
+                  static_cast<int>(translated.size()));
+    }
+    PrintUnknownWords(thread, response.unknown);
+  });
+}
+
+}  // namespace
+
+bool ParseRewriteTags(std::string_view list, unsigned& tags, std::string& bad) {
+  tags = 0;
+  bad.clear();
+  if (list.size() == 3 && strncasecmp(list.data(), "all", 3) == 0) {
+    tags = kAllRewriteTags;
+    return true;
+  }
+  size_t at = list.find_first_not_of(kTagSeparators);
+  if (at == std::string_view::npos) return false;
+  while (at != std::string_view::npos) {
+    size_t end = list.find_first_of(kTagSeparators, at);
+    std::string_view name = list.substr(at, end == std::string_view::npos ? end : end - at);
+    const RewriteTag* found = nullptr;
+    for (const RewriteTag& tag : kRewriteTags) {
+      if (name.size() == strlen(tag.name) && strncasecmp(name.data(), tag.name, name.size()) == 0) {
+        found = &tag;
+      }
+    }
+    if (!found) {
+      bad.assign(list.substr(at));
+      return false;
+    }
+    tags |= found->bit;
+    at = list.find_first_not_of(kTagSeparators, end);
+  }
+  return true;
+}
+
+std::string RewriteTagNames(unsigned tags) {
+  if ((tags & kAllRewriteTags) == kAllRewriteTags) return "ALL";
+  std::string names;
+  for (const RewriteTag& tag : kRewriteTags) {
+    if (!(tags & tag.bit)) continue;
+    if (!names.empty()) names += ", ";
+    names += tag.name;
+  }
+  return names;
+}
+
+std::string HtmlOutputName(const std::string& input) {
+  size_t name_start = input.rfind('/');
+  name_start = name_start == std::string::npos ? 0 : name_start + 1;
+  for (const char* suffix : {".in.html", ".html"}) {
+    size_t at = input.rfind(suffix);
+    if (at != std::string::npos && at >= name_start) {
+      return input.substr(0, at) + ".out.html" + input.substr(at + strlen(suffix));
+    }
+  }
+  return input + ".out.html";
+}
 
 const CommandRecord kHtmlCommandRows[] = {
+    {"html", CmdHtml, 0, "Translate an HTML page.",
+     "Usage: html [BASEURL]\n\n" LEXCTL_COMMON_OPTION_HELP
+     "    -bmax       Select key bmax=VALUE.\n"
+     "    -smax       Select key smax=VALUE.\n"
+     "    -txnonly    Request that only the translation text is output.\n"
+     "    -tag        The tag name to use for every tag that the translation\n"
+     "                inserts (for example span).\n"
+     "    -nodetect   Do not detect the character encoding of the page.\n"
+     "    -nobuttons  Do not translate <input> tags with type button or submit.\n"
+     "    -txncache   Select key txncache=VALUE.\n"
+     "    -txncachemark  Mark text that has been retrieved from the cache.\n"
+     "    -htmlcache  Select key htmlcache=VALUE.\n"
+     "    -htmlcachemark  Mark HTML that has been retrieved from the cache.\n"
+     "    -fragment   Translate as a fragment, adding no html, head or body tags.\n"
+     "    -unknown    Return a summary of all unknown words in the page.\n"
+     "    -parser=PARSER  The HTML parser to use: old or new (the server may\n"
+     "                override it).\n"
+     "    -eid        The engine to use (default: the current engine).\n"
+     "    -prop       KEY=VALUE, an engine property; may be repeated.\n"
+     "    -style      full, sentence, block, simple or text (the server's\n"
+     "                default is simple; with text no HTML is produced).\n"
+     "    -fromCode   The character encoding of the page.\n"
+     "    -target     The target frame for all links.\n"
+     "    -rewrite    TAGS=URL, a URL rewrite rule; may be repeated. TAGS is ALL\n"
+     "                or tag names separated by blanks, commas or colons.\n"
+     "    -instring   Translate DATA, an HTML fragment, and print the result.\n"
+     "    -infile     Translate the page in INFILE.\n"
+     "    -outfile    Write the translated page to OUTFILE (default: the input\n"
+     "                name with .in.html or .html replaced by .out.html).\n"
+     "    -downfile   Keep the page downloaded from BASEURL in DOWNFILE.\n"
+     "    -downifnotexist  Download BASEURL into INFILE when INFILE does not\n"
+     "                exist.\n"
+     "\nValid URL rewrite tags:\n"
+     "    A_HREF           APPLET_CODEBASE  AREA_HREF        BASE_HREF\n"
+     "    BLOCKQUOTE_CITE  DEL_CITE         FORM_ACTION      FRAME_SRC\n"
+     "    HEAD_PROFILE     IFRAME_SRC       IMG_SRC          IMG_USEMAP\n"
+     "    INPUT_SRC        INPUT_USEMAP     INS_CITE         LINK_HREF\n"
+     "    OBJECT_CLASSID   OBJECT_CODEBASE  OBJECT_DATA      OBJECT_USEMAP\n"
+     "    Q_CITE           SCRIPT_SRC       CSS_URL          EMBED_SRC\n"
+     "    APPLET_CODE      BODY_BACKGROUND  A_HREF_BINARY    META_REFRESH\n"
+     "\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
