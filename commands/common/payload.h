@@ -5,6 +5,7 @@
 #include <string_view>
 
 class xsd__base64Binary;
+struct soap;
 
 namespace lexctl {
 
@@ -15,6 +16,21 @@ class LocalData;
 /// option names it.
 void SetPayload(LocalData& data, xsd__base64Binary& binary, std::string_view bytes,
                 const char* name);
+
+/// While alive, the payloads of the request being sent travel as DIME
+/// attachments when the dime setting is on: in literal messages the
+/// library finds attachments below the top level of a request only in
+/// DIME mode. Hold it around the send alone.
+class DimeRequest {
+ public:
+  explicit DimeRequest(LocalData& data);
+  ~DimeRequest();
+  DimeRequest(const DimeRequest&) = delete;
+  DimeRequest& operator=(const DimeRequest&) = delete;
+
+ private:
+  struct soap* soap_ = nullptr;
+};
 
 /// The bytes of a received value; empty when it is absent.
 std::string_view PayloadBytes(const xsd__base64Binary* binary);

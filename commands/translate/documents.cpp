@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -282,8 +283,10 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
       indata = &input;
     }
     nv__TranslateResponse r;
+    std::optional<DimeRequest> dime(std::in_place, data);
     int status = soap_send_nv__Translate(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
                                          frame.reqgroup(), frame.select(), select_engine, &req.rules, indata);
+    dime.reset();
     release();
     if (status == SOAP_OK) status = soap_recv_nv__Translate(soap, r);
     frame.Check(status);
@@ -309,9 +312,11 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
     inputs.item.back().data = &binaries[i];
   }
   nv__TranslateMultiResponse r;
+  std::optional<DimeRequest> dime(std::in_place, data);
   int status = soap_send_nv__TranslateMulti(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
                                             frame.reqgroup(), frame.select(), select_engine, &req.rules,
                                             &inputs);
+  dime.reset();
   release();
   if (status == SOAP_OK) status = soap_recv_nv__TranslateMulti(soap, r);
   frame.Check(status);
@@ -376,9 +381,11 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
     SetPayload(data, xml_data, xml, "orgXml");
     SetPayload(data, xslt_data, xslt, "orgXslt");
     nv__TranslateXmlResponse r;
+    std::optional<DimeRequest> dime(std::in_place, data);
     int status = soap_send_nv__TranslateXml(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
                                             frame.reqgroup(), frame.select(), EngineOf(soap, engine),
                                             &xml_data, &xslt_data);
+    dime.reset();
     std::string().swap(xml);
     std::string().swap(xslt);
     if (status == SOAP_OK) status = soap_recv_nv__TranslateXml(soap, r);
