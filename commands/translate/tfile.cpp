@@ -178,9 +178,11 @@ void TranslateFile(RequestFrame& frame, nv__EngineSelect* engine, const TfileRun
       !dic.Open(thread, tfile::OutputName(path, "dic", run.suffix, run.outdir), tfile::kDictionaryHeader)) {
     return;
   }
+  ThreadPrint(thread, "Input File:   %s\n", path.c_str());
   for (const OutputFile* out : {&txn, &org, &dic}) {
     if (out->is_open()) ThreadPrint(thread, "Output File:  %s\n", out->path().c_str());
   }
+  ThreadPrint(thread, "\n");
 
   auto started = std::chrono::steady_clock::now();
   unsigned sent = 0, requests = 0, failed = 0;
@@ -372,7 +374,6 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
     if (!run.outdir.empty()) mkdir(run.outdir.c_str(), 0777);
 
     frame.PrintSelectKeys();
-    ThreadPrint(thread, "\n");
     nv__EngineSelect engine;
     engine.eid = &eid;
     nv__KeyValArray engine_properties;
