@@ -1,5 +1,7 @@
 #include "commands/common/files.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 #include <memory>
 
@@ -35,13 +37,15 @@ bool WriteParts(ExecThread& thread, const std::string& path, std::string_view he
 bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data) {
   data.clear();
   File file(fopen(path.c_str(), "rb"));
-  if (!file) {
+  // A directory opens, and its seek end is no size to reserve.
+  struct stat info;
+  if (!file || fstat(fileno(file.get()), &info) != 0 || S_ISDIR(info.st_mode)) {
     ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
     return false;
   }
-  // A directory opens but cannot be read; size the buffer from the file when
-  // it can be sized, and read until the end either way.
-  if (fseek(file.get(), 0, SEEK_END) == 0) {
+  // Size the buffer from the file when it can be sized, and read until the
+  // end either way.
+  if (S_ISREG(info.st_mode) && fseek(file.get(), 0, SEEK_END) == 0) {
     long size = ftell(file.get());
     if (size > 0) data.reserve(static_cast<size_t>(size));
     rewind(file.get());

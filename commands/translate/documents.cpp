@@ -165,7 +165,9 @@ void Attachments(ExecThread& thread, const nv__OutputFileArray* files, const std
       continue;
     }
     if (!made) {
-      if (mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) {
+      struct stat info;
+      if (mkdir(folder.c_str(), 0777) != 0 &&
+          (errno != EEXIST || stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))) {
         ThreadPrint(thread, "Unable to create output directory: %s\n", folder.c_str());
         return;
       }
@@ -178,18 +180,20 @@ void Attachments(ExecThread& thread, const nv__OutputFileArray* files, const std
   }
 }
 
-// One translated document: printed, or written to outfile.
-void OutputDocument(ExecThread& thread, const xsd__base64Binary* data, const std::string& details,
+// One translated document: printed, or written to outfile; false when it
+// could not be written.
+bool OutputDocument(ExecThread& thread, const xsd__base64Binary* data, const std::string& details,
                     const std::string& outfile) {
   std::string_view bytes = PayloadBytes(data);
   if (outfile.empty()) {
     ThreadPrint(thread, "Output Data (%s): (%d bytes)\n%.*s\n", details.c_str(),
                 static_cast<int>(bytes.size()), static_cast<int>(bytes.size()), bytes.data());
-    return;
+    return true;
   }
-  if (!SaveBinary(thread, outfile, bytes)) return;
+  if (!SaveBinary(thread, outfile, bytes)) return false;
   ThreadPrint(thread, "Output File (%s): %s (%d bytes)\n", details.c_str(), outfile.c_str(),
               static_cast<int>(bytes.size()));
+  return true;
 }
 
 void PrintUnknown(ExecThread& thread, const nv__UnknownWordArray* unknown) {
@@ -296,7 +300,8 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
     if (r.outdata) {
       std::string details = Details(r.outdata->type ? r.outdata->type : r.outtype,
                                     r.outdata->outputEncoding ? r.outdata->outputEncoding : r.outputEncoding);
-      OutputDocument(thread, r.outdata->data, details, req.outdata);
+      // Attachments belong beside a document that was saved.
+      if (!OutputDocument(thread, r.outdata->data, details, req.outdata)) return;
       Attachments(thread, r.outdata->attachments, req.outdata);
     }
     Attachments(thread, r.attachments, req.outdata);
@@ -327,8 +332,9 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
       const nv__OutputData& out = r.outdata->item[i];
       std::string outfile = req.outdata.empty() ? "" : MultiOutputName(req.outdata, i + 1);
       ThreadPrint(thread, "Input Encoding Used: %s\n", out.encodingUsed ? out.encodingUsed->c_str() : "");
-      OutputDocument(thread, out.data, Details(out.type, out.outputEncoding), outfile);
-      Attachments(thread, out.attachments, outfile);
+      if (OutputDocument(thread, out.data, Details(out.type, out.outputEncoding), outfile)) {
+        Attachments(thread, out.attachments, outfile);
+      }
     }
   }
   PrintUnknown(thread, r.unknown);
