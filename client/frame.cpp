@@ -2,6 +2,7 @@
 
 #include <new>
 
+#include "client/did_list.h"
 #include "shell/command.h"
 #include "shell/output.h"
 #include "soapH.h"
@@ -30,17 +31,49 @@ RequestFrame::RequestFrame(ExecThread& thread, const std::string& prefix_keys)
   licence_ = data_.Licence();
   clientid_ = data_.clientid;
   reqgroup_ = data_.reqgroup;
+  eid_ = data_.engine.eid;
+  properties_ = data_.engine.properties;
 }
+
+RequestFrame::~RequestFrame() = default;
 
 bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
                         const std::function<bool(const OptionScanner&)>& own) {
   OptionScanner scanner(table, args);
+  const char* const* rest = nullptr;  // the words after "--"
   while (scanner.Next()) {
     if (scanner.error() != kOptOk) {
       ThreadPrint(thread_, kMsgInvalidArg, scanner.text());
       return false;
     }
     switch (scanner.id()) {
+      case kOptEndOfOptions:
+        // The scanner hands back the word itself, so its place in args is known.
+        for (size_t i = 0; i < args.size() && !rest; ++i) {
+          if (args[i] == scanner.text()) rest = args.data() + i + 1;
+        }
+        break;
+      case kOptEngineId:
+        eid_ = scanner.argument() ? scanner.argument() : "";
+        eid_given_ = true;
+        break;
+      case kOptEngineProp: {
+        std::string text = scanner.argument() ? scanner.argument() : "";
+        properties_chosen_ = true;
+        if (text.empty()) {
+          properties_.clear();
+          break;
+        }
+        size_t equals = text.find('=');
+        if (equals == std::string::npos) {
+          ThreadPrint(thread_, "Invalid property: %s\n", text.c_str());
+          return false;
+        }
+        std::string key = text.substr(0, equals);
+        std::string value = text.substr(equals + 1);
+        properties_[key] = key == "dictionaries" ? ResolveDidList(value) : value;
+        break;
+      }
       case kOptSelectKeys:
         keys_ += " ";
         keys_ += scanner.argument() ? scanner.argument() : "";
@@ -69,8 +102,10 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
           return false;
         }
     }
+    if (rest) break;
   }
   positional_ = scanner.positional();
+  if (rest) positional_.insert(positional_.end(), rest, args.data() + args.size());
   return true;
 }
 
@@ -89,6 +124,26 @@ void RequestFrame::PrintSelectKeys() {
   if (keys_.empty()) return;
   select_ = keys_.substr(1);
   ThreadPrint(thread_, "SelectKeys:   %s\n", select_.c_str());
+}
+
+void RequestFrame::PrintEngine() { ThreadPrint(thread_, "Engine EID:   %s\n", eid_.c_str()); }
+
+nv__EngineSelect* RequestFrame::engine() {
+  if (!engine_) {
+    engine_ = std::make_unique<nv__EngineSelect>();
+    if (!eid_.empty()) engine_->eid = &eid_;
+    if (!properties_.empty() || properties_chosen_) {
+      engine_properties_ = std::make_unique<nv__KeyValArray>();
+      for (const auto& [key, value] : properties_) {
+        nv__KeyValPair pair;
+        pair.key = key;
+        pair.val = value;
+        engine_properties_->item.push_back(pair);
+      }
+      engine_->properties = engine_properties_.get();
+    }
+  }
+  return engine_.get();
 }
 
 void RequestFrame::Check(int status) {

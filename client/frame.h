@@ -18,11 +18,16 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <memory>
 #include <string>
 
 #include "client/errors.h"
 #include "client/local_data.h"
 #include "shell/option_scanner.h"
+
+class nv__EngineSelect;
+class nv__KeyValArray;
 
 namespace lexctl {
 
@@ -32,6 +37,11 @@ enum CommonOptionId : int {
   kOptSelectKey = 1,   // -strict, -rmax N, ...: become "name" or "name=value"
   kOptReqgroup = 2,    // -reqgroup ID: this request's group
   kOptOwn = 3,         // the command's own options start here
+  // Handled by the frame too, for the commands whose tables list them; far
+  // above any command's own ids.
+  kOptEngineId = 1000,    // -eid ENGINE
+  kOptEngineProp = 1001,  // -prop KEY=VALUE, repeatable; "" empties the list
+  kOptEndOfOptions = 1002,  // --: every later word is positional
 };
 
 // Rows of the common block, for building option tables.
@@ -40,6 +50,11 @@ enum CommonOptionId : int {
 #define LEXCTL_OPT_KEY_ARG(name) {lexctl::kOptSelectKey, name, lexctl::kOptRequired}
 #define LEXCTL_OPT_REQGROUP {lexctl::kOptReqgroup, "-reqgroup", lexctl::kOptRequired}
 #define LEXCTL_OPT_END {-1, nullptr, 0}
+/// -eid and -prop of the commands that select an engine.
+#define LEXCTL_OPT_ENGINE                                  \
+  {lexctl::kOptEngineId, "-eid", lexctl::kOptRequired},   \
+      {lexctl::kOptEngineProp, "-prop", lexctl::kOptRequired}
+#define LEXCTL_OPT_END_OF_OPTIONS {lexctl::kOptEndOfOptions, "--", lexctl::kOptNoArgument}
 
 /// The common option block that nearly every service command starts with,
 /// in the order the usage texts list it.
@@ -70,6 +85,7 @@ class RequestFrame {
   /// prefix_keys: select keys the command always sends first (" neweid",
   /// the cache marks), each with a leading blank.
   RequestFrame(ExecThread& thread, const std::string& prefix_keys);
+  ~RequestFrame();
 
   /// Scans args with the table; common ids are handled here, the others are
   /// handed to own(). Prints "Invalid argument: ..." and returns false on a
@@ -85,6 +101,16 @@ class RequestFrame {
 
   /// Prints "SelectKeys:   ..." when there are select keys.
   void PrintSelectKeys();
+
+  /// The engine this request selects: the thread's engine, changed by -eid
+  /// and -prop.
+  const std::string& eid() const { return eid_; }
+  /// True when -eid was given.
+  bool eid_given() const { return eid_given_; }
+  /// Prints "Engine EID:   ...".
+  void PrintEngine();
+  /// The engine element of the request; valid until the frame ends.
+  nv__EngineSelect* engine();
 
   struct soap* soap() { return data_.context(); }
   const char* endpoint() const { return data_.settings.endpoint.c_str(); }
@@ -113,6 +139,12 @@ class RequestFrame {
   std::string keys_;  // with a leading blank per key
   std::string select_;
   ArgVector positional_;
+  std::string eid_;
+  bool eid_given_ = false;
+  std::map<std::string, std::string> properties_;
+  bool properties_chosen_ = false;  // -prop "": send the (empty) list even so
+  std::unique_ptr<nv__EngineSelect> engine_;
+  std::unique_ptr<nv__KeyValArray> engine_properties_;
 };
 
 }  // namespace lexctl
