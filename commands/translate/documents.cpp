@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,6 +15,7 @@
 #include "commands/common/files.h"
 #include "commands/common/payload.h"
 #include "commands/translate/document_names.h"
+#include "commands/translate/printers.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
 #include "soapH.h"
@@ -24,9 +24,7 @@ namespace lexctl {
 namespace {
 
 enum DocumentOption {
-  kDocEid = kOptOwn,
-  kDocProp,
-  kDocRules,
+  kDocRules = kOptOwn,
   kDocIndata,
   kDocOutdata,
   kDocNoengine,
@@ -43,11 +41,10 @@ enum DocumentOption {
       LEXCTL_OPT_KEY("-txncachemark")
 #define DOC_CACHE(name) LEXCTL_OPT_KEY_ARG("-" name "cache"), LEXCTL_OPT_KEY("-" name "cachemark")
 #define DOC_UNKNOWN {kOptSelectKey, "-unknown", kOptOptional}
-#define DOC_TAIL                                                                             \
-  LEXCTL_OPT_REQGROUP, {kDocEid, "-eid", kOptRequired}, {kDocProp, "-prop", kOptRequired},    \
-      {kDocRules, "-rules", kOptRequired}, {kDocIndata, "-indata", kOptRequired},             \
-      {kDocOutdata, "-outdata", kOptRequired}, {kDocNoengine, "-noengine", kOptNoArgument},   \
-      LEXCTL_OPT_END
+#define DOC_TAIL                                                                          \
+  LEXCTL_OPT_REQGROUP, LEXCTL_OPT_ENGINE, {kDocRules, "-rules", kOptRequired},              \
+      {kDocIndata, "-indata", kOptRequired}, {kDocOutdata, "-outdata", kOptRequired},       \
+      {kDocNoengine, "-noengine", kOptNoArgument}, LEXCTL_OPT_END_OF_OPTIONS, LEXCTL_OPT_END
 
 const OptionDef kTranOptions[] = {DOC_KEYS_HEAD,       DOC_CACHE("html"), DOC_CACHE("xml"),
                                   DOC_CACHE("pdf"),    DOC_CACHE("doc"),  DOC_CACHE("xls"),
@@ -58,8 +55,7 @@ const OptionDef kTmultiOptions[] = {DOC_KEYS_HEAD,    DOC_CACHE("html"), DOC_CAC
 const OptionDef kXmlOptions[] = {DOC_KEYS_HEAD,
                                  DOC_UNKNOWN,
                                  LEXCTL_OPT_REQGROUP,
-                                 {kDocEid, "-eid", kOptRequired},
-                                 {kDocProp, "-prop", kOptRequired},
+                                 LEXCTL_OPT_ENGINE,
                                  {kDocInput, "-input", kOptRequired},
                                  {kDocOutput, "-output", kOptRequired},
                                  {kDocTransform, "-transform", kOptRequired},
@@ -77,48 +73,6 @@ struct DocumentRequest {
   std::vector<std::string> documents;        // read from files
   std::vector<std::string_view> inline_docs;  // given on the line
 };
-
-// The engine choice of this request: -eid and -prop over the thread's engine.
-struct EngineChoice {
-  std::string eid;
-  std::map<std::string, std::string> properties;
-  bool properties_given = false;
-};
-
-bool ScanEngine(const OptionScanner& option, EngineChoice& engine, ExecThread& thread) {
-  if (option.id() == kDocEid) {
-    engine.eid = option.argument();
-    return true;
-  }
-  std::string prop = option.argument();
-  if (!engine.properties_given) engine.properties.clear();
-  engine.properties_given = true;
-  if (prop.empty()) return true;
-  size_t eq = prop.find('=');
-  if (eq == std::string::npos) {
-    ThreadPrint(thread, "Invalid property: %s\n", prop.c_str());
-    return false;
-  }
-  engine.properties[prop.substr(0, eq)] = prop.substr(eq + 1);
-  return true;
-}
-
-nv__EngineSelect* EngineOf(struct soap* soap, const EngineChoice& choice) {
-  auto* engine = soap_new_nv__EngineSelect(soap);
-  engine->eid = soap_new_std__string(soap);
-  *engine->eid = choice.eid;
-  engine->properties = nullptr;
-  if (!choice.properties.empty()) {
-    engine->properties = soap_new_nv__KeyValArray(soap);
-    for (const auto& [key, value] : choice.properties) {
-      nv__KeyValPair pair;
-      pair.key = key;
-      pair.val = value;
-      engine->properties->item.push_back(pair);
-    }
-  }
-  return engine;
-}
 
 // "type, encoding", or whichever of the two there is.
 std::string Details(const std::string* type, const std::string* encoding) {
@@ -196,21 +150,13 @@ bool OutputDocument(ExecThread& thread, const xsd__base64Binary* data, const std
   return true;
 }
 
-void PrintUnknown(ExecThread& thread, const nv__UnknownWordArray* unknown) {
-  (void)thread;
-  (void)unknown;
-}
-
 // tran and tmulti share everything up to the call.
 void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
   LocalData& data = Local(thread);
   RequestFrame frame(thread, data.cachemark ? kDocumentCacheMarks : "");
   DocumentRequest req;
-  EngineChoice engine{data.engine.eid, data.engine.properties};
   bool ok = frame.Scan(multi ? kTmultiOptions : kTranOptions, args, [&](const OptionScanner& option) {
     switch (option.id()) {
-      case kDocEid:
-      case kDocProp: return ScanEngine(option, engine, thread);
       case kDocRules: req.rules_file = option.argument(); break;
       case kDocIndata:
         if (!multi) req.indata_files.clear();
@@ -266,7 +212,7 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
   ThreadPrint(thread, "\n");
 
   struct soap* soap = frame.soap();
-  nv__EngineSelect* select_engine = req.noengine ? nullptr : EngineOf(soap, engine);
+  nv__EngineSelect* select_engine = req.noengine ? nullptr : frame.engine();
   std::vector<std::string_view> payloads;
   for (const std::string& d : req.documents) payloads.emplace_back(d);
   payloads.insert(payloads.end(), req.inline_docs.begin(), req.inline_docs.end());
@@ -305,7 +251,7 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
       Attachments(thread, r.outdata->attachments, req.outdata);
     }
     Attachments(thread, r.attachments, req.outdata);
-    PrintUnknown(thread, r.unknown);
+    PrintUnknownWords(thread, r.unknown);
     return;
   }
 
@@ -337,7 +283,7 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
       }
     }
   }
-  PrintUnknown(thread, r.unknown);
+  PrintUnknownWords(thread, r.unknown);
 }
 
 void CmdTran(ExecThread& thread, ArgVector& args) {
@@ -355,12 +301,9 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
   RunGuarded(thread, [&] {
     LocalData& data = Local(thread);
     RequestFrame frame(thread, data.cachemark ? " txncachemark" : "");
-    EngineChoice engine{data.engine.eid, data.engine.properties};
     std::string input, output, transform;
     bool ok = frame.Scan(kXmlOptions, args, [&](const OptionScanner& option) {
       switch (option.id()) {
-        case kDocEid:
-        case kDocProp: return ScanEngine(option, engine, thread);
         case kDocInput: input = option.argument(); break;
         case kDocOutput: output = option.argument(); break;
         case kDocTransform: transform = option.argument(); break;
@@ -389,7 +332,7 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
     nv__TranslateXmlResponse r;
     std::optional<DimeRequest> dime(std::in_place, data);
     int status = soap_send_nv__TranslateXml(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
-                                            frame.reqgroup(), frame.select(), EngineOf(soap, engine),
+                                            frame.reqgroup(), frame.select(), frame.engine(),
                                             &xml_data, &xslt_data);
     dime.reset();
     std::string().swap(xml);
@@ -420,7 +363,7 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
         ThreadPrint(thread, "Output File: %s (%d bytes)\n", output.c_str(), static_cast<int>(bytes.size()));
       }
     }
-    PrintUnknown(thread, r.unknown);
+    PrintUnknownWords(thread, r.unknown);
   });
 }
 

@@ -7,13 +7,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "client/frame.h"
 #include "commands/common/files.h"
+#include "commands/translate/printers.h"
 #include "commands/translate/tfile_batch.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
@@ -23,9 +23,7 @@ namespace lexctl {
 namespace {
 
 enum TfileOption {
-  kTfEid = kOptOwn,
-  kTfProp,
-  kTfDicinfo,
+  kTfDicinfo = kOptOwn,
   kTfOrgtext,
   kTfBlocks,
   kTfLines,
@@ -58,8 +56,7 @@ const OptionDef kTfileOptions[] = {LEXCTL_OPT_SELECT,
                                    LEXCTL_OPT_KEY_ARG("-splitmax"),
                                    LEXCTL_OPT_KEY_ARG("-splitmin"),
                                    LEXCTL_OPT_REQGROUP,
-                                   {kTfEid, "-eid", kOptRequired},
-                                   {kTfProp, "-prop", kOptRequired},
+                                   LEXCTL_OPT_ENGINE,
                                    {kTfBlocks, "-blocks", kOptRequired},
                                    {kTfLines, "-lines", kOptRequired},
                                    {kTfSuffix, "-suffix", kOptRequired},
@@ -145,23 +142,12 @@ class OutputFile {
   bool failed_ = false;
 };
 
-// The translation of a block: its parts' texts; false when a part has none.
-bool BlockText(const nv__TranslationBlock& block, std::string& text) {
-  text.clear();
-  if (!block.parts) return false;
-  for (const nv__TranslationPart* part : block.parts->item) {
-    if (!part || !part->text) return false;
-    text += *part->text;
-  }
-  return true;
-}
-
 double Seconds(std::chrono::steady_clock::time_point since) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
 }
 
 // Translates one input file into its output files.
-void TranslateFile(RequestFrame& frame, nv__EngineSelect* engine, const TfileRun& run,
+void TranslateFile(RequestFrame& frame, const TfileRun& run,
                    const std::string& path) {
   ExecThread& thread = frame.thread();
   struct stat info;
@@ -204,8 +190,8 @@ void TranslateFile(RequestFrame& frame, nv__EngineSelect* engine, const TfileRun
         }
         auto asked = std::chrono::steady_clock::now();
         frame.Check(soap_call_nv__TranslateText(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                                frame.clientid(), frame.reqgroup(), frame.select(), engine,
-                                                &blocks, response));
+                                                frame.clientid(), frame.reqgroup(), frame.select(),
+                                                frame.engine(), &blocks, response));
         frame.Token(response.token);
         frame.Warnings(response.error);
         if (run.timing) ThreadPrint(thread, "Time: %.3f secs\n", Seconds(asked));
@@ -226,7 +212,7 @@ void TranslateFile(RequestFrame& frame, nv__EngineSelect* engine, const TfileRun
           const nv__TranslationBlock& block = results->item[i++];
           if (block.error) {
             status = *block.error;
-          } else if (!BlockText(block, text)) {
+          } else if (!BuildTranslation(block, text)) {
             status = "no translation";
           }
           if (!status.empty()) {
@@ -288,9 +274,7 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
     LocalData& data = Local(thread);
     RequestFrame frame(thread, data.cachemark ? " txncachemark" : "");
     TfileRun run;
-    std::string eid = data.engine.eid;
-    std::map<std::string, std::string> properties = data.engine.properties;
-    bool properties_given = false, dicinfo_key = false;
+    bool dicinfo_key = false;
     auto ask_dicinfo = [&] {
       run.dictionary = true;
       if (!dicinfo_key) frame.AddSelectKey("dicinfo");
@@ -299,20 +283,6 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
     bool ok = frame.Scan(kTfileOptions, args, [&](const OptionScanner& option) {
       const char* value = option.argument();
       switch (option.id()) {
-        case kTfEid: eid = value; break;
-        case kTfProp: {
-          std::string prop = value;
-          if (!properties_given) properties.clear();
-          properties_given = true;
-          if (prop.empty()) break;
-          size_t eq = prop.find('=');
-          if (eq == std::string::npos) {
-            ThreadPrint(thread, "Invalid property: %s\n", prop.c_str());
-            return false;
-          }
-          properties[prop.substr(0, eq)] = prop.substr(eq + 1);
-          break;
-        }
         case kTfDicinfo: ask_dicinfo(); break;
         case kTfOrgtext:
           run.orgtext = true;
@@ -374,16 +344,8 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
     if (!run.outdir.empty()) mkdir(run.outdir.c_str(), 0777);
 
     frame.PrintSelectKeys();
-    nv__EngineSelect engine;
-    engine.eid = &eid;
-    nv__KeyValArray engine_properties;
-    for (const auto& [key, value] : properties) {
-      engine_properties.item.emplace_back();
-      engine_properties.item.back().key = key;
-      engine_properties.item.back().val = value;
-    }
-    engine.properties = properties.empty() ? nullptr : &engine_properties;
-    for (const std::string& file : files) TranslateFile(frame, &engine, run, file);
+    frame.PrintEngine();
+    for (const std::string& file : files) TranslateFile(frame, run, file);
   });
 }
 
