@@ -9,11 +9,13 @@
 #include <string>
 
 #include "app/client_link.h"
+#include "client/local_data.h"
 #include "shell/command.h"
 #include "shell/interpreter.h"
 #include "shell/option_scanner.h"
 #include "shell/output.h"
 #include "shell/platform.h"
+#include "shell/script.h"
 
 namespace lexctl {
 namespace {
@@ -22,6 +24,7 @@ const OptionDef kOptions[] = {
     {0, "-?", kOptNoArgument},     {0, "-h", kOptNoArgument},
     {0, "-help", kOptNoArgument},  {0, "--help", kOptNoArgument},
     {1, "--script", kOptRequired}, {2, "--output", kOptRequired},
+    {3, "--version", kOptNoArgument}, {4, "--errexit", kOptNoArgument},
     {-1, nullptr, 0},
 };
 
@@ -50,6 +53,7 @@ int Main(const std::vector<const char*>& args) {
 
   const char* script = nullptr;
   const char* output = nullptr;
+  bool errexit = false;
   ArgVector words(args.begin(), args.end());
   OptionScanner scanner(kOptions, words);
   while (scanner.Next()) {
@@ -67,11 +71,18 @@ int Main(const std::vector<const char*>& args) {
       case 2:
         output = scanner.argument();
         break;
+      case 3:
+        printf("%s%s\n", kClientName, kClientVersionSuffix);
+        return 0;
+      case 4:
+        errexit = true;
+        break;
     }
   }
   const ArgVector& commands = scanner.positional();
 
   std::string temp_path;
+  std::string temp_remove;  // whole path: a script may change directory
   const char* run_script = script;
   if (commands.empty() && !script) {
     // An --output given alone is ignored: only a command file carries the tee.
@@ -86,6 +97,8 @@ int Main(const std::vector<const char*>& args) {
       return 1;
     }
     temp_path = name;
+    std::string cwd;
+    temp_remove = GetCurrentDir(cwd) ? cwd + "/" + name : temp_path;
     if (output) fprintf(file, "@tee \"%s\"\n", output);
     for (const char* command : commands) fprintf(file, "%s\n", command);
     // Unquoted, as it always was: a script path with blanks does not work here.
@@ -97,10 +110,13 @@ int Main(const std::vector<const char*>& args) {
   LinkClient();
   const ClientBinding& client = RegisteredClient();
   if (client.global_init) client.global_init();
+  SetErrexit(errexit);
   bool ok = RunInterpreter(run_script, true);
   if (client.global_cleanup) client.global_cleanup();
-  if (!temp_path.empty()) remove(temp_path.c_str());
-  return ok ? 0 : 1;
+  if (!temp_remove.empty()) remove(temp_remove.c_str());
+  if (!ok) return 1;
+  // For scripts run in CI: a failed command anywhere fails the run.
+  return errexit && AnyCommandFailed() ? 2 : 0;
 }
 
 }  // namespace lexctl

@@ -3,9 +3,11 @@
 #include <curl/curl.h>
 #include <fcntl.h>
 #include <openssl/ssl.h>
+#include <openssl/x509v3.h>
 #include <strings.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "client/tls_checks.h"
@@ -13,11 +15,18 @@
 #include "soapH.h"
 
 namespace lexctl {
+
+// What libcurl's own options cannot say: forgive only validity dates, and
+// take an IP host only from an IP subject alternative name (libcurl falls
+// back to the common name there; the other layer does not).
+struct TlsRules {
+  bool ignore_dates = false;
+  std::string ip_host;
+};
+
 namespace {
 
 const char kPluginId[] = "lexctl3-curl";
-// A reply larger than this ends the call instead of filling memory.
-constexpr size_t kMaxReply = 64u << 20;
 
 // libcurl and the libraries it pulls in are many; they are loaded on the
 // first request of this layer so that start-up never pays for them.
@@ -84,8 +93,11 @@ int Register(struct soap* soap, struct soap_plugin* plugin, void* arg) {
 }
 
 
-CURLcode IgnoreDates(CURL*, void* ssl_ctx, void*) {
-  SSL_CTX_set_verify(static_cast<SSL_CTX*>(ssl_ctx), SSL_VERIFY_PEER, VerifyIgnoringDates);
+CURLcode ConfigureTls(CURL*, void* ssl_ctx, void* data) {
+  auto* rules = static_cast<const TlsRules*>(data);
+  auto* ctx = static_cast<SSL_CTX*>(ssl_ctx);
+  if (rules->ignore_dates) SSL_CTX_set_verify(ctx, SSL_VERIFY_PEER, VerifyIgnoringDates);
+  if (!rules->ip_host.empty()) X509_VERIFY_PARAM_set1_ip_asc(SSL_CTX_get0_param(ctx), rules->ip_host.c_str());
   return CURLE_OK;
 }
 
@@ -132,7 +144,7 @@ int ErrorStatus(CURLcode code) {
 size_t CurlWrite(char* data, size_t size, size_t count, void* self) {
   auto* transport = static_cast<CurlTransport*>(self);
   size_t n = size * count;
-  if (transport->reply_body_.size() + n > kMaxReply) {
+  if (transport->reply_body_.size() + n > MaxReplyBytes()) {
     transport->reply_too_large_ = true;
     return 0;  // libcurl ends the transfer
   }
@@ -145,8 +157,15 @@ size_t CurlHeader(char* data, size_t size, size_t count, void* self) {
   size_t n = size * count;
   // Interim replies (100 Continue, a proxy's CONNECT) start a new header.
   if (n >= 5 && strncmp(data, "HTTP/", 5) == 0) transport->reply_headers_.clear();
-  if (transport->reply_headers_.size() + n > kMaxReply) return 0;
+  if (transport->reply_headers_.size() + n > MaxReplyBytes()) return 0;
   transport->reply_headers_.append(data, n);
+  // A large body is held once, not grown by copies.
+  if (n > 15 && strncasecmp(data, "Content-Length:", 15) == 0) {
+    unsigned long long length = strtoull(data + 15, nullptr, 10);
+    if (length > transport->reply_body_.capacity() && length <= MaxReplyBytes()) {
+      transport->reply_body_.reserve(length);
+    }
+  }
   return n;
 }
 
@@ -238,21 +257,27 @@ int CurlTransport::Perform(struct soap* soap) {
     api.easy_setopt(curl, CURLOPT_WRITEDATA, this);
     api.easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
     api.easy_setopt(curl, CURLOPT_HEADERDATA, this);
-    api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedLimit);
     bool check_dates = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoHost;
     bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
     api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
     api.easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
-    if (!check_dates) api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, IgnoreDates);
+    tls_rules_ = std::make_unique<TlsRules>();
+    tls_rules_->ignore_dates = !check_dates;
+    std::string host = HostOf(url_);
+    if (check_host && IsIpAddress(host)) tls_rules_->ip_host = host;
+    if (tls_rules_->ignore_dates || !tls_rules_->ip_host.empty()) {
+      api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, ConfigureTls);
+      api.easy_setopt(curl, CURLOPT_SSL_CTX_DATA, tls_rules_.get());
+    }
     ca_file_ = CaFileFor(settings_);
     api.easy_setopt(curl, CURLOPT_CAINFO, ca_file_.empty() ? nullptr : ca_file_.c_str());
     api.easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
     if (!settings_.ssl_key_file.empty()) {
       api.easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
       api.easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
-      if (!settings_.ssl_key_password.empty()) {
-        api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
-      }
+      // Always set, even empty: without one, OpenSSL would ask on the terminal.
+      api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
     }
     configured_ = true;
   }
@@ -280,7 +305,11 @@ int CurlTransport::Perform(struct soap* soap) {
   }
 
   reply_headers_.clear();
-  reply_body_.clear();
+  if (reply_body_.capacity() > (1u << 20)) {
+    std::string().swap(reply_body_);
+  } else {
+    reply_body_.clear();
+  }
   reply_.clear();
   reply_pos_ = 0;
   reply_too_large_ = false;
@@ -332,6 +361,12 @@ size_t CurlTransport::Receive(char* data, size_t size) {
     size_t offset = reply_pos_ - reply_.size();
     n = std::min(size, reply_body_.size() - offset);
     memcpy(data, reply_body_.data() + offset, n);
+    // Once the library has a large body, this copy is only weight.
+    if (n > 0 && offset + n == reply_body_.size() && reply_body_.size() > (1u << 20)) {
+      std::string().swap(reply_body_);
+      reply_pos_ = reply_.size();
+      return n;
+    }
   }
   reply_pos_ += n;
   return n;

@@ -6,6 +6,7 @@
 // alive and checks certificates.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "client/local_data.h"
@@ -14,6 +15,8 @@ typedef void CURL;
 struct soap;
 
 namespace lexctl {
+
+struct TlsRules;
 
 class CurlTransport {
  public:
@@ -50,6 +53,7 @@ class CurlTransport {
   std::string trace_path_;
   FILE* trace_ = nullptr;
   int (*next_prepare_recv_)(struct soap*) = nullptr;
+  std::unique_ptr<TlsRules> tls_rules_;
 
   friend size_t CurlWrite(char*, size_t, size_t, void*);
   friend size_t CurlHeader(char*, size_t, size_t, void*);

@@ -4,12 +4,14 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <sys/socket.h>
+#include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 #include <strings.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -24,9 +26,6 @@
 namespace lexctl {
 namespace {
 
-// A reply larger than this is refused rather than held in memory.
-constexpr ULONG64 kMaxReply = 64ull << 20;
-
 // Hooks of a context, kept per context so that a copied context chains to
 // the library's own functions.
 struct Hooks {
@@ -38,8 +37,15 @@ struct Hooks {
   size_t (*recv)(struct soap*, char*, size_t);
   int (*post)(struct soap*, const char*, const char*, int, const char*, const char*, ULONG64);
   std::string host;  // to check the server's certificate against
+  // The TLS files as the context was built with them: the library keeps
+  // pointers to these for as long as the context lives.
+  std::string key_file{}, key_password{}, ca_file{}, ca_dir{};
+  bool key_loaded = false;
   bool check_host = false;
   SOAP_SOCKET direct_socket = SOAP_INVALID_SOCKET;  // a plain socket made blocking by OpenPlain
+  // The low-speed rule: bytes received since the window began.
+  std::chrono::steady_clock::time_point window_start{};
+  size_t window_bytes = 0;
 };
 
 Hooks* HooksOf(struct soap* soap) { return static_cast<Hooks*>(soap->user); }
@@ -114,6 +120,37 @@ size_t RecvDirect(struct soap* soap, char* data, size_t size) {
   }
 }
 
+int StartReply(struct soap* soap) {
+  Hooks* hooks = HooksOf(soap);
+  hooks->window_start = std::chrono::steady_clock::now();
+  hooks->window_bytes = 0;
+  return SOAP_OK;
+}
+
+// The time-out bounds each read; this bounds a reply that keeps trickling
+// in: every time-out's worth of seconds must bring kLowSpeedLimit bytes a
+// second, as libcurl's low-speed rule asks on the other layer.
+size_t RecvMetered(struct soap* soap, char* data, size_t size) {
+  size_t n = RecvDirect(soap, data, size);
+  int timeout = soap->recv_timeout;
+  if (n == 0 || timeout <= 0) return n;
+  Hooks* hooks = HooksOf(soap);
+  hooks->window_bytes += n;
+  auto now = std::chrono::steady_clock::now();
+  if (now - hooks->window_start < std::chrono::seconds(timeout)) return n;
+  if (hooks->window_bytes < static_cast<size_t>(kLowSpeedLimit) * timeout) {
+    char text[120];
+    snprintf(text, sizeof(text), "Operation too slow. Less than %ld bytes/sec transferred the last %d seconds",
+             kLowSpeedLimit, timeout);
+    soap_set_receiver_error(soap, soap_strdup(soap, text), nullptr, SOAP_EOF);
+    soap->errnum = 0;
+    return 0;
+  }
+  hooks->window_start = now;
+  hooks->window_bytes = 0;
+  return n;
+}
+
 // Inside a proxy's CONNECT tunnel the request goes to the server itself, so
 // it names only the path, as curl's does; the library would send the full
 // URL there, which some servers refuse.
@@ -130,16 +167,48 @@ int PostInTunnel(struct soap* soap, const char* endpoint, const char* host, int 
   return status;
 }
 
-bool IsIpAddress(const std::string& host) {
-  unsigned char buffer[16];
-  return inet_pton(AF_INET, host.c_str(), buffer) == 1 || inet_pton(AF_INET6, host.c_str(), buffer) == 1;
+// OpenSSL asks on the terminal when a key needs a pass phrase and none is
+// given; the client never asks: no pass phrase fails the key.
+int KeyPassword(char* buffer, int size, int, void* data) {
+  const std::string& password = *static_cast<const std::string*>(data);
+  if (password.empty() || static_cast<int>(password.size()) >= size) return 0;
+  memcpy(buffer, password.data(), password.size());
+  return static_cast<int>(password.size());
+}
+
+// The client key is loaded when a request first needs it, with the pass
+// phrase set by then, whatever order the two settings came in.
+bool LoadClientKey(struct soap* soap, Hooks* hooks) {
+  if (hooks->key_file.empty() || hooks->key_loaded || !soap->ctx) return true;
+  SSL_CTX_set_default_passwd_cb(soap->ctx, KeyPassword);
+  SSL_CTX_set_default_passwd_cb_userdata(soap->ctx, &hooks->key_password);
+  ERR_clear_error();
+  if (SSL_CTX_use_certificate_chain_file(soap->ctx, hooks->key_file.c_str()) != 1 ||
+      SSL_CTX_use_PrivateKey_file(soap->ctx, hooks->key_file.c_str(), SSL_FILETYPE_PEM) != 1) {
+    const char* reason = ERR_reason_error_string(ERR_peek_last_error());
+    std::string text = "unable to use the SSL key file '" + hooks->key_file + "'" +
+                       (reason ? std::string(" (") + reason + ")" : std::string());
+    ERR_clear_error();
+    soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, SOAP_SSL_ERROR);
+    return false;
+  }
+  hooks->key_loaded = true;
+  return true;
 }
 
 // gSOAP's own host check is looser than common practice (CN fallback with
 // a SAN present, "*" certificates, "-" as a wildcard), so the check is ours.
 SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char* host, int port) {
   Hooks* hooks = HooksOf(soap);
+  if (!LoadClientKey(soap, hooks)) return SOAP_INVALID_SOCKET;
+  LastVerifyError() = X509_V_OK;
   SOAP_SOCKET socket = hooks->open(soap, endpoint, host, port);
+  if (!soap_valid_socket(socket) && soap->error == SOAP_SSL_ERROR && LastVerifyError() != X509_V_OK) {
+    // Name the reason, as libcurl does, rather than the bare SSL_ERROR_SSL.
+    std::string text = std::string("SSL certificate problem: ") + X509_verify_cert_error_string(LastVerifyError());
+    soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, SOAP_SSL_ERROR);
+    return socket;
+  }
   if (!soap_valid_socket(socket) || !soap->ssl || !hooks->check_host) return socket;
   X509* cert = SSL_get1_peer_certificate(soap->ssl);
   bool match = false;
@@ -159,22 +228,20 @@ SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char
   return SOAP_INVALID_SOCKET;
 }
 
-std::string HostOf(const std::string& url) {
-  size_t start = url.find("://");
-  start = start == std::string::npos ? 0 : start + 3;
-  if (start < url.size() && url[start] == '[') {
-    size_t close = url.find(']', start);
-    return url.substr(start + 1, close == std::string::npos ? std::string::npos : close - start - 1);
-  }
-  size_t end = url.find_first_of(":/", start);
-  return url.substr(start, end == std::string::npos ? std::string::npos : end - start);
-}
-
 bool StartsWithNoCase(const std::string& text, const char* prefix) {
   return strncasecmp(text.c_str(), prefix, strlen(prefix)) == 0;
 }
 
 }  // namespace
+
+size_t MaxReplyBytes() {
+  static const size_t limit = [] {
+    const char* text = getenv("LEXCTL3_MAX_REPLY_MB");
+    long long megabytes = text ? atoll(text) : 0;
+    return megabytes > 0 ? static_cast<size_t>(megabytes) << 20 : size_t{1} << 30;
+  }();
+  return limit;
+}
 
 HeaderObserver& CurrentHeaderObserver() {
   thread_local HeaderObserver observer;
@@ -224,7 +291,7 @@ void SoapClient::RebuildContext() {
   fresh->connect_timeout = settings.connect_timeout;
   fresh->recv_timeout = settings.io_timeout;
   fresh->send_timeout = settings.io_timeout;
-  fresh->recv_maxlength = kMaxReply;
+  fresh->recv_maxlength = MaxReplyBytes();
 
   auto* hooks = new Hooks{this, fresh->fposthdr, fresh->fparsehdr, fresh->fopen, fresh->fsend,
                           fresh->frecv, fresh->fpost, HostOf(settings.endpoint)};
@@ -235,15 +302,17 @@ void SoapClient::RebuildContext() {
     hooks->check_host = mode == kSslFull || mode == kSslNoExpire;
     fresh->fopen = OpenCheckingHost;
     fresh->fpost = PostInTunnel;
-    if (mode == kSslNoExpire || mode == kSslMinimum) fresh->fsslverify = VerifyIgnoringDates;
+    fresh->fsslverify = mode == kSslNoExpire || mode == kSslMinimum ? VerifyNotingIgnoringDates : VerifyNoting;
     unsigned short flags = mode == kSslNone ? SOAP_SSL_NO_AUTHENTICATION
                                             : SOAP_SSL_REQUIRE_SERVER_AUTHENTICATION | SOAP_SSL_SKIP_HOST_CHECK;
     flags |= SOAP_SSL_NO_DEFAULT_CA_PATH;
-    std::string ca_file = CaFileFor(settings);
-    if (soap_ssl_client_context(fresh, flags, settings.ssl_key_file.empty() ? nullptr : settings.ssl_key_file.c_str(),
-                                settings.ssl_key_password.empty() ? nullptr : settings.ssl_key_password.c_str(),
-                                ca_file.empty() ? nullptr : ca_file.c_str(),
-                                settings.ssl_ca_dir.empty() ? nullptr : settings.ssl_ca_dir.c_str(), nullptr)) {
+    hooks->key_file = settings.ssl_key_file;
+    hooks->key_password = settings.ssl_key_password;
+    hooks->ca_file = CaFileFor(settings);
+    hooks->ca_dir = settings.ssl_ca_dir;
+    auto optional = [](const std::string& text) { return text.empty() ? nullptr : text.c_str(); };
+    if (soap_ssl_client_context(fresh, flags, nullptr, nullptr, optional(hooks->ca_file), optional(hooks->ca_dir),
+                                nullptr)) {
       const char** detail = soap_faultdetail(fresh);
       ConsoleOut("Failed to initialize SSL: %s\n", detail && *detail ? *detail : "[no detail]");
     }
@@ -254,10 +323,13 @@ void SoapClient::RebuildContext() {
   if (settings.windows_layer) {
     if (!curl_) curl_ = std::make_unique<CurlTransport>();
     curl_->Attach(fresh, settings, mode);
-  } else if (!https) {
-    fresh->fopen = OpenPlain;
-    fresh->fsend = SendDirect;
-    fresh->frecv = RecvDirect;
+  } else {
+    if (!https) {
+      fresh->fopen = OpenPlain;
+      fresh->fsend = SendDirect;
+    }
+    fresh->frecv = RecvMetered;
+    fresh->fprepareinitrecv = StartReply;
   }
 
   soap_ = fresh;
@@ -306,8 +378,9 @@ bool SoapClient::SetProxy(const std::string& proxy) {
   size_t colon = proxy.find(':');
   if (colon == std::string::npos) return false;
   settings.proxy = proxy;
+  proxy_host_ = proxy.substr(0, colon);
   if (soap_) {
-    soap_->proxy_host = soap_strdup(soap_, proxy.substr(0, colon).c_str());
+    soap_->proxy_host = proxy_host_.c_str();
     soap_->proxy_port = atoi(proxy.c_str() + colon + 1);
   }
   // Tools started by the client (wget) go through the same proxy.

@@ -29,6 +29,16 @@ inline constexpr char kClientVersionSuffix[] = " 4.7.2 R52475";
 inline constexpr char kDefaultServer[] = "http://localhost:12000";
 inline constexpr char kServicePath[] = "/nvsoap/nvsoap.cgi";
 
+/// A reply that arrives slower than this many bytes a second, averaged over
+/// the time-out, is given up (both layers), so a dripping server cannot hold
+/// a command; a stalled one ends at the time-out itself.
+inline constexpr long kLowSpeedLimit = 10;
+
+/// The largest reply the client takes in: 1 GiB, or LEXCTL3_MAX_REPLY_MB
+/// megabytes when that is set. A longer reply ends the command instead of
+/// filling memory.
+size_t MaxReplyBytes();
+
 /// Sees each HTTP header of a reply on this thread while set ("versions").
 using HeaderObserver = std::function<void(const char* key, const char* value)>;
 HeaderObserver& CurrentHeaderObserver();
@@ -103,6 +113,7 @@ class SoapClient : public ThreadData {
 
   struct soap* soap_ = nullptr;
   std::unique_ptr<CurlTransport> curl_;
+  std::string proxy_host_;  // the context points here, not into per-call memory
   std::string basic_user_;
   std::string basic_password_;
 };

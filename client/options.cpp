@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "client/credentials.h"
 #include "client/did_list.h"
 #include "client/local_data.h"
 #include "shell/dispatch.h"
@@ -145,10 +146,24 @@ void Report(ExecThread& thread, LocalData& data, int option, const char* name) {
     case kDime: Show(thread, name, Bool(s.dime)); break;
     case kKeepalive: Show(thread, name, Bool(s.keepalive)); break;
     case kTimeout: Show(thread, name, std::to_string(s.io_timeout)); break;
-    case kServer: Show(thread, name, s.server); break;
+    case kServer:
+      Show(thread, name, s.server);
+      // An https server switches to the windows layer when it is set, so a
+      // saved gsoap set-up names its layer again after the server.
+      if (thread.saving_options && !s.windows_layer && strncasecmp(s.server.c_str(), "https:", 6) == 0) {
+        Show(thread, "commslayer", "gsoap");
+      }
+      break;
     case kProxy: Show(thread, name, s.proxy); break;
     case kUserid: Show(thread, name, data.userid()); break;
-    case kPasswd: Show(thread, name, data.passwd()); break;
+    case kPasswd:
+      // The options file gets the hash, which logs in the same way.
+      if (thread.saving_options && !data.passwd().empty() && !IsPasswordHash(data.passwd())) {
+        Show(thread, name, PasswordHash(data.userid(), data.passwd()));
+      } else {
+        Show(thread, name, data.passwd());
+      }
+      break;
     case kEid: Show(thread, name, data.engine.eid); break;
     case kProp:
       if (data.engine.properties.empty()) Show(thread, name, "<none>");

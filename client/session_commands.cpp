@@ -74,6 +74,7 @@ void CmdVersions(ExecThread& thread, ArgVector& args) {
   RunGuarded(thread, [&] {
     RequestFrame frame(thread, "");
     if (!frame.Scan(kVersionsOptions, args) || !frame.ExpectPositional(0, 0)) return;
+    frame.PrintSelectKeys();
     ThreadPrint(thread, "Client Version: Lexary Server 4.7.2 R52475\n");
     {
       std::lock_guard<std::mutex> hold(server_version_lock);

@@ -1,5 +1,6 @@
 #include "client/tls_checks.h"
 
+#include <arpa/inet.h>
 #include <unistd.h>
 
 #include "client/local_data.h"
@@ -20,6 +21,36 @@ int VerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
 std::string CaFileFor(const TransportSettings& settings) {
   if (access(settings.ssl_ca_file.c_str(), R_OK) == 0) return settings.ssl_ca_file;
   return settings.ssl_ca_dir.empty() ? "/etc/ssl/certs/ca-certificates.crt" : "";
+}
+
+std::string HostOf(const std::string& url) {
+  size_t start = url.find("://");
+  start = start == std::string::npos ? 0 : start + 3;
+  if (start < url.size() && url[start] == '[') {
+    size_t close = url.find(']', start);
+    return url.substr(start + 1, close == std::string::npos ? std::string::npos : close - start - 1);
+  }
+  size_t end = url.find_first_of(":/", start);
+  return url.substr(start, end == std::string::npos ? std::string::npos : end - start);
+}
+
+bool IsIpAddress(const std::string& host) {
+  unsigned char buffer[16];
+  return inet_pton(AF_INET, host.c_str(), buffer) == 1 || inet_pton(AF_INET6, host.c_str(), buffer) == 1;
+}
+
+int& LastVerifyError() {
+  thread_local int error = X509_V_OK;
+  return error;
+}
+
+int VerifyNoting(int ok, X509_STORE_CTX* store) {
+  if (!ok && LastVerifyError() == X509_V_OK) LastVerifyError() = X509_STORE_CTX_get_error(store);
+  return ok;
+}
+
+int VerifyNotingIgnoringDates(int ok, X509_STORE_CTX* store) {
+  return VerifyNoting(VerifyIgnoringDates(ok, store), store);
 }
 
 }  // namespace lexctl

@@ -13,6 +13,17 @@ struct TransportSettings;
 /// not-yet-valid certificates pass, untrusted or self-signed ones still fail.
 int VerifyIgnoringDates(int ok, X509_STORE_CTX* store);
 
+/// Remember the first verification failure of this thread's handshake in
+/// LastVerifyError(), so that a refusal can name its reason; the second
+/// also forgives validity dates.
+int VerifyNoting(int ok, X509_STORE_CTX* store);
+int VerifyNotingIgnoringDates(int ok, X509_STORE_CTX* store);
+int& LastVerifyError();
+
+/// The host part of a URL, without brackets around an IPv6 address.
+std::string HostOf(const std::string& url);
+bool IsIpAddress(const std::string& host);
+
 /// The CA file to trust: the configured one when it can be read, else the
 /// system's bundle unless a CA directory is set; "" for none.
 std::string CaFileFor(const TransportSettings& settings);

@@ -47,6 +47,8 @@ class ExecThread {
 
   std::string name;
   const char* current_command = nullptr;
+  /// Set when the command being run reported a failure (MarkFailed).
+  bool failed = false;
   std::atomic<bool> stop{false};
   std::atomic<bool> running{false};
 
@@ -68,6 +70,7 @@ class ExecThread {
   bool threadname = false;
   bool help_detection = true;
   bool substitution = true;
+  bool saving_options = false;  // settings print in the form the options file needs
   unsigned uniq = 0;
   std::string print_buffer;
 

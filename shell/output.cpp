@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <atomic>
 #include <mutex>
 
 #include "shell/dispatch.h"
@@ -35,9 +36,31 @@ void FormatInto(std::string& buffer, size_t offset, const char* format, va_list 
   buffer.resize(offset + n);
 }
 
+std::atomic<bool> any_failed{false};
+
+// The fixed texts that report a failed command, matched on the format so
+// that user text (echo, values) never counts.
+bool IsFailureReport(const char* format) {
+  static const char* const kPrefixes[] = {"FAILED: ", "SOAP EXCEPTION:", "Invalid argument",
+                                          "Not enough arguments", "Too many arguments",
+                                          "Unrecognized command"};
+  for (const char* prefix : kPrefixes) {
+    if (strncmp(format, prefix, strlen(prefix)) == 0) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
+void MarkFailed(ExecThread& thread) {
+  thread.failed = true;
+  any_failed = true;
+}
+
+bool AnyCommandFailed() { return any_failed; }
+
 void ThreadPrintV(ExecThread& thread, const char* format, va_list args) {
+  if (IsFailureReport(format)) MarkFailed(thread);
   std::string& text = thread.print_buffer;
   text.clear();
   if (thread.threadname && !thread.redirect) {
@@ -142,6 +165,7 @@ void CmdTee(ExecThread& thread, ArgVector& args) {
     file = OpenFile(path, append ? "ab" : "wb");
     if (!file) {
       ConsoleError("Error opening file '%s'\n", path);
+      MarkFailed(thread);
       return;
     }
   }

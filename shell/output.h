@@ -14,6 +14,13 @@ void ThreadPrint(ExecThread& thread, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 void ThreadPrintV(ExecThread& thread, const char* format, va_list args);
 
+/// Records that the thread's current command failed. ThreadPrint calls it
+/// for the failure reports ("FAILED: ...", "SOAP EXCEPTION:", the shared
+/// argument errors, "Unrecognized command"), so commands need not.
+void MarkFailed(ExecThread& thread);
+/// True once a command has failed on any thread of the process.
+bool AnyCommandFailed();
+
 /// Writes text to the thread's tee file only, if one is open.
 void TeeOnly(ExecThread& thread, const char* format, ...) __attribute__((format(printf, 2, 3)));
 

@@ -71,8 +71,13 @@ bool ReadFileLine(ExecThread& thread, std::string& line) {
 // Ends the current file: warns about procedures left open, and goes back
 // to the input it interrupted. False when there is none.
 bool EndOfInputFile(ExecThread& thread) {
-  if (thread.call_stack.size() > thread.input.call_depth) {
+  // The call stack is the thread's: a procedure still open in the file
+  // that read this one counts too. Only this file's own calls are dropped,
+  // since their offsets mean nothing in the file we return to.
+  if (!thread.call_stack.empty()) {
     ThreadPrint(thread, "WARNING: procedure stack not empty at end of file.\n");
+  }
+  if (thread.call_stack.size() > thread.input.call_depth) {
     thread.call_stack.resize(thread.input.call_depth);
     if (thread.loop_depth > thread.call_stack.size()) thread.loop_limit = 0;
   }
@@ -120,7 +125,11 @@ bool LoopIterationDue(ExecThread& thread) {
   return false;
 }
 
+bool errexit = false;
+
 }  // namespace
+
+void SetErrexit(bool on) { errexit = on; }
 
 void MakePrompt(ExecThread& thread, std::string& prompt) {
   auto hook = RegisteredClient().make_prompt;
@@ -179,6 +188,7 @@ bool ProcessLine(ExecThread& thread, std::string& line, bool from_console,
   long long started = timed ? NowMillis() : 0;
   if (thread.timestamp) PrintTimestamp(thread, "Begin:");
   if (no_help) thread.help_detection = false;
+  thread.failed = false;
   bool go_on = DispatchCommand(thread, word, rest, escapes_off ? 2 : escapes_on ? 1 : 0);
   thread.help_detection = true;
   if (thread.timestamp) PrintTimestamp(thread, "End:  ");
@@ -192,6 +202,10 @@ bool ProcessLine(ExecThread& thread, std::string& line, bool from_console,
     } else {
       ThreadPrint(thread, "Elapsed time %ld.%03ld seconds.\n", seconds, millis);
     }
+  }
+  if (errexit && thread.failed && thread.is_main()) {
+    StopAllThreads();
+    return false;
   }
   return go_on;
 }
@@ -221,6 +235,7 @@ bool PushInputFile(ExecThread& thread, const char* path) {
   FILE* file = thread.input_stack.size() < kMaxInputDepth ? OpenFile(path, "rb") : nullptr;
   if (!file) {
     ConsoleError("Error opening file '%s'\n", path);
+    MarkFailed(thread);
     return false;
   }
   InputSource next;

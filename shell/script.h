@@ -19,6 +19,10 @@ bool ProcessLine(ExecThread& thread, std::string& line, bool from_console,
 /// Makes a thread's prompt through the client hook ("> " by default).
 void MakePrompt(ExecThread& thread, std::string& prompt);
 
+/// With errexit on, the first failed command on the main thread ends the
+/// run (the other threads are told to stop).
+void SetErrexit(bool on);
+
 /// Opens path and makes it the thread's current input, saving the previous
 /// one. Returns false (after reporting on standard error) when it cannot.
 bool PushInputFile(ExecThread& thread, const char* path);

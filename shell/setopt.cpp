@@ -57,6 +57,7 @@ void SaveOptions(ExecThread& thread, const char* path) {
   bool substitution = thread.substitution;
   thread.substitution = false;
   thread.redirect = file;
+  thread.saving_options = true;
   for (const CommandRecord* row = CommandTableRows(); row->name; ++row) {
     if (IsClientRow(row) && IsOptionRow(row)) CallOption(thread, row, "getopt", "");
   }
@@ -64,6 +65,7 @@ void SaveOptions(ExecThread& thread, const char* path) {
     PrintSetting(thread, "setvar", name.c_str(), value);
   }
   thread.redirect = nullptr;
+  thread.saving_options = false;
   thread.substitution = substitution;
   fclose(file);
 }
@@ -115,6 +117,15 @@ void CmdSetopt(ExecThread& thread, ArgVector& args) {
       ExecuteCommand(thread, "read", read_args);
     } else if (strcasecmp(args[0], "-save") == 0) {
       SaveOptions(thread, path);
+    } else if (strcasecmp(args[0], "-escaped") == 0 && args.size() == 3) {
+      // A value written by -save in its escaped form.
+      std::string name = DecodeEscaped(args[1]), value = DecodeEscaped(args[2]);
+      const CommandRecord* row = FindOption(name.c_str());
+      if (row) {
+        CallOption(thread, row, "setopt", value.c_str());
+      } else {
+        ThreadPrint(thread, "Unrecognized option: %s\n", name.c_str());
+      }
     } else {
       ThreadPrint(thread, kMsgInvalidArgs);
     }

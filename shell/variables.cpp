@@ -1,5 +1,7 @@
 #include "shell/variables.h"
 
+#include <strings.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -7,6 +9,7 @@
 
 #include "shell/dispatch.h"
 #include "shell/output.h"
+#include "shell/tokenizer.h"
 
 namespace lexctl {
 namespace {
@@ -98,6 +101,93 @@ std::map<std::string, std::string> SnapshotVariables() {
   return Store();
 }
 
+namespace {
+
+// Whether "command <args>" read from a script gives back exactly name and
+// value: no line break or continuation, nothing substituted, no help
+// request, and the tokenizer cuts it into these two arguments.
+bool ReadsBack(const std::string& args, const std::string& name, const std::string& value) {
+  for (unsigned char c : args) {
+    if (c < 0x20 && c != '\t') return false;
+  }
+  size_t end = args.find_last_not_of(" \t");
+  if (end != std::string::npos && args[end] == '\\') return false;
+  size_t open = args.find("{{");
+  if (open != std::string::npos && args.find("}}", open + 2) != std::string::npos) return false;
+  std::string text = args;
+  ArgVector tokens;
+  TokenizeArguments(text.data(), false, tokens);
+  for (const char* token : tokens) {
+    if (strcmp(token, "-?") == 0 || strcmp(token, "/?") == 0) return false;
+  }
+  return tokens.size() == 2 && name == tokens[0] && value == tokens[1];
+}
+
+// Double quotes around text, with backslashes doubled where the tokenizer
+// would otherwise take them as escaping a quote.
+std::string Quote(const std::string& text) {
+  std::string quoted = "\"";
+  size_t backslashes = 0;
+  for (char c : text) {
+    if (c == '\\') {
+      ++backslashes;
+    } else {
+      if (c == '"') quoted.append(backslashes + 1, '\\');
+      backslashes = 0;
+    }
+    quoted.push_back(c);
+  }
+  quoted.append(backslashes, '\\');
+  quoted.push_back('"');
+  return quoted;
+}
+
+// The escaped form: every byte that could mean something to the line
+// reader, the tokenizer or substitution becomes \xHH; "" for nothing.
+std::string Escape(const std::string& text) {
+  if (text.empty()) return "\"\"";
+  std::string escaped;
+  for (unsigned char c : text) {
+    if (c <= 0x20 || c == 0x7f || c == '\\' || c == '"' || c == '{' || c == '}' || c == '?') {
+      char hex[5];
+      snprintf(hex, sizeof(hex), "\\x%02x", c);
+      escaped.append(hex);
+    } else {
+      escaped.push_back(static_cast<char>(c));
+    }
+  }
+  return escaped;
+}
+
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+std::string Padded(const std::string& name) {
+  std::string padded = name;
+  if (padded.size() < 12) padded.resize(12, ' ');
+  return padded;
+}
+
+}  // namespace
+
+std::string DecodeEscaped(const char* text) {
+  std::string decoded;
+  for (const char* p = text; *p; ++p) {
+    int high, low;
+    if (p[0] == '\\' && p[1] == 'x' && (high = HexDigit(p[2])) >= 0 && (low = HexDigit(p[3])) >= 0) {
+      decoded.push_back(static_cast<char>(high * 16 + low));
+      p += 3;
+    } else {
+      decoded.push_back(*p);
+    }
+  }
+  return decoded;
+}
+
 void PrintSetting(ExecThread& thread, const char* command, const char* name,
                   const std::string& value) {
   std::string escaped;
@@ -106,7 +196,23 @@ void PrintSetting(ExecThread& thread, const char* command, const char* name,
     if (c == '"') escaped.push_back('\\');
     escaped.push_back(c);
   }
-  if (escaped.find(' ') != std::string::npos) {
+  bool quote = escaped.find(' ') != std::string::npos;
+  if (thread.saving_options) {
+    // The options file must give back every value as it is: the display
+    // form where it reads back, else quoted, else escaped.
+    std::string display = Padded(name) + " " + (quote ? "\"" + escaped + "\"" : escaped);
+    if (!ReadsBack(display, name, value)) {
+      std::string quoted_name = ReadsBack(std::string(name) + " x", name, "x") ? name : Quote(name);
+      std::string quoted = Padded(quoted_name) + " " + Quote(value);
+      if (ReadsBack(quoted, name, value)) {
+        ThreadPrint(thread, "%s %s\n", command, quoted.c_str());
+      } else {
+        ThreadPrint(thread, "%s -escaped %s %s\n", command, Escape(name).c_str(), Escape(value).c_str());
+      }
+      return;
+    }
+  }
+  if (quote) {
     ThreadPrint(thread, "%s %-12s \"%s\"\n", command, name, escaped.c_str());
   } else {
     ThreadPrint(thread, "%s %-12s %s\n", command, name, escaped.c_str());
@@ -122,6 +228,8 @@ void CmdSetvar(ExecThread& thread, ArgVector& args) {
     }
   } else if (args.size() == 2) {
     SetVariable(args[0], args[1]);
+  } else if (args.size() == 3 && strcasecmp(args[0], "-escaped") == 0) {
+    SetVariable(DecodeEscaped(args[1]), DecodeEscaped(args[2]));
   } else {
     ThreadPrint(thread, kMsgInvalidArgs);
   }

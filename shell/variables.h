@@ -21,6 +21,9 @@ std::map<std::string, std::string> SnapshotVariables();
 void PrintSetting(ExecThread& thread, const char* command, const char* name,
                   const std::string& value);
 
+/// Undoes the \\xHH escapes of the options file's escaped form.
+std::string DecodeEscaped(const char* text);
+
 void CmdSetvar(ExecThread& thread, ArgVector& args);
 void CmdEcho(ExecThread& thread, ArgVector& args);
 

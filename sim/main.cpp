@@ -42,6 +42,9 @@ int main(int argc, char** argv) {
     if (a == "--help" || a == "-h") {
       std::fputs(lexsim::kUsage, stdout);
       return 0;
+    } else if (a == "--version") {
+      std::printf("lexsim %s\n", lexsim::kVersion);
+      return 0;
     }
   if (!lexsim::ParseOptions(args, &opts, &error)) {
     std::fprintf(stderr, "lexsim: %s\n%s", error.c_str(), lexsim::kUsage);

@@ -18,6 +18,7 @@ MODES = {
     "truncated": {"gsoap": NOT_SOAP, "windows": NOT_SOAP},
     "garbage": {"gsoap": "max message length exceeded", "windows": "reply too large"},
     "silent": {"gsoap": "timed out", "windows": "Operation too slow"},
+    "drip": {"gsoap": "Operation too slow", "windows": "Operation too slow"},
     "reset": {"gsoap": NOT_SOAP, "windows": "Connection reset"},
     "http500": {"gsoap": "Internal Server Error (500)", "windows": "Internal Server Error (500)"},
 }
@@ -48,7 +49,9 @@ def main():
                         with open(os.path.join(cwd, "bad.lex"), "w") as f:
                             f.write("\n".join(script) + "\n")
                         proc = subprocess.run([lexctl, "--script", "bad.lex"], cwd=cwd, capture_output=True,
-                                              text=True, timeout=180, env=dict(os.environ, HOME=cwd))
+                                              text=True, timeout=180,
+                                              # a small reply limit keeps the endless reply short
+                                              env=dict(os.environ, HOME=cwd, LEXCTL3_MAX_REPLY_MB="8"))
                         out = proc.stdout
                         before = out.split("SETTINGS-BEFORE")[1].split("CALL")[0]
                         call = out.split("CALL")[1].split("SETTINGS-AFTER")[0]

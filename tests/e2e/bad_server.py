@@ -6,6 +6,7 @@ the same way until killed:
   notxml     200 with a body that is not XML
   truncated  200 whose body stops halfway through the envelope
   garbage    200 whose body never ends (bytes until the client gives up)
+  drip       a valid reply, one byte a second
   silent     accepts, reads the request, never answers
   reset      starts a reply, then resets the connection
   http500    500 with an HTML body
@@ -64,6 +65,11 @@ def serve(conn, mode):
             deadline = time.time() + 120
             while time.time() < deadline:
                 conn.sendall(block)
+        elif mode == "drip":
+            reply = b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n" % len(ENVELOPE)
+            for byte in reply + ENVELOPE:
+                conn.sendall(bytes([byte]))
+                time.sleep(1)
         elif mode == "silent":
             time.sleep(LIFETIME)
         elif mode == "reset":

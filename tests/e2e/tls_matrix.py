@@ -5,10 +5,15 @@ Makes a throw-away certificate authority with the openssl command, starts
 lexsim with one server certificate at a time, and runs `test` under every
 sslauth mode on both layers. Each layer must judge host names as strictly as
 curl does, and each mode must relax exactly what it names."""
+import fcntl
 import os
+import pty
+import select
 import subprocess
 import sys
 import tempfile
+import termios
+import time
 
 sys.path.insert(0, os.path.dirname(__file__))
 from harness import report  # noqa: E402
@@ -80,6 +85,13 @@ CASES = {
     "star": ("*", ["DNS:*"], {}, HOST_RELAXED),
     "dash": ("localh-st", ["DNS:localh-st"], {}, HOST_RELAXED),
 }
+# The reason a refused certificate is given for, the same on both layers.
+REASONS = {
+    "selfsigned": "SSL certificate problem: self-signed certificate",
+    "untrusted": "SSL certificate problem: unable to get local issuer certificate",
+    "expired": "SSL certificate problem: certificate has expired",
+    "notyet": "SSL certificate problem: certificate is not yet valid",
+}
 
 
 def run_modes(lexctl, cwd, url, layer, extra=()):
@@ -98,6 +110,47 @@ def run_modes(lexctl, cwd, url, layer, extra=()):
     if len(results) != len(MODES):
         raise AssertionError(f"unexpected output:\n{proc.stdout}\n{proc.stderr}")
     return dict(zip(MODES, results)), proc.stdout
+
+
+def full_mode_failure(out):
+    body = out.split("RESULT-START")[1].split("RESULT-END")[0]
+    return "".join(line for line in body.splitlines() if line.startswith("FAILED"))
+
+
+def _controlling_tty():
+    os.setsid()
+    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+
+
+def run_on_terminal(lexctl, cwd, lines, limit=60):
+    """Runs a script with a terminal as lexctl3's controlling tty, where
+    OpenSSL would ask for a pass phrase; None when it did not end in time."""
+    with open(os.path.join(cwd, "tty.lex"), "w") as f:
+        f.write("\n".join(lines) + "\n")
+    master, slave = pty.openpty()
+    proc = subprocess.Popen([lexctl, "--script", "tty.lex"], stdin=slave, stdout=slave, stderr=slave, cwd=cwd,
+                            env=dict(os.environ, HOME=cwd), close_fds=True, preexec_fn=_controlling_tty)
+    os.close(slave)
+    seen = b""
+    deadline = time.monotonic() + limit
+    try:
+        while time.monotonic() < deadline:
+            ready, _, _ = select.select([master], [], [], 1)
+            if ready:
+                try:
+                    chunk = os.read(master, 4096)
+                except OSError:
+                    chunk = b""
+                if not chunk:
+                    break
+                seen += chunk
+        else:
+            proc.kill()
+            return None
+    finally:
+        proc.wait()
+        os.close(master)
+    return seen.decode(errors="replace")
 
 
 def main():
@@ -127,6 +180,8 @@ def main():
                         if got[mode] != want[mode]:
                             failures.append(f"{name} {layer} {mode}: {'accepted' if got[mode] else 'refused'},"
                                             f" expected {'accepted' if want[mode] else 'refused'}")
+                    if name in REASONS and REASONS[name] not in full_mode_failure(out):
+                        failures.append(f"{name} {layer}: reason not named: {full_mode_failure(out)!r}")
                     if name == "good":
                         ip, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{port}", layer, ["setopt sslcafile ca.pem"])
                         if not all(ip.values()):
@@ -170,9 +225,39 @@ def main():
                     failures.append(f"client certificate {layer}: accepted without one: {without}")
                 if not all(with_key.values()):
                     failures.append(f"client certificate {layer}: refused with one: {with_key}\n{out[-800:]}")
+            for layer in ("gsoap", "windows"):
+                # The key is used with the pass phrase set when the request is
+                # made, in either order; the program never asks on the terminal.
+                url = f"https://localhost:{port}"
+                base = [f"setopt server {url}", f"setopt commslayer {layer}", "setopt sslcafile ca.pem"]
+                for label, extra, good in (("key before pass", ["setopt sslkeyfile client.pem", "setopt sslkeypass kpw"], True),
+                                           ("no pass", ["setopt sslkeyfile client.pem"], False),
+                                           ("wrong pass", ["setopt sslkeypass nope", "setopt sslkeyfile client.pem"], False)):
+                    out = run_on_terminal(lexctl, cwd, base + extra + ["test -string tls", "test -string again"])
+                    where = f"client key {layer} {label}"
+                    if out is None:
+                        failures.append(f"{where}: did not end (waiting for a pass phrase?)")
+                    elif "pass phrase" in out.lower():
+                        failures.append(f"{where}: asked for a pass phrase:\n{out[-600:]}")
+                    elif good and out.count("OK.") != 2:
+                        failures.append(f"{where}: refused:\n{out[-800:]}")
+                    elif not good and (out.count("FAILED") != 2 or "OK." in out):
+                        failures.append(f"{where}: expected one FAILED line per request:\n{out[-800:]}")
         finally:
             sim.stop()
-    return report("tls_matrix", failures, checks=len(CASES) * 2 * len(MODES) + 2 * 4 + 2)
+        # An IP host must be an IP subject alternative name: a certificate that
+        # names the address only as its common name is refused on both layers.
+        make_cert("ipcn", "127.0.0.1", [], cwd)
+        sim = Lexsim(lexsim, ["--tls-cert", "ipcn.pem", "--tls-key", "ipcn.key"], cwd)
+        try:
+            port = sim.server.rsplit(":", 1)[1]
+            for layer in ("gsoap", "windows"):
+                got, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{port}", layer, ["setopt sslcafile ca.pem"])
+                if got != HOST_RELAXED:
+                    failures.append(f"ipcn {layer}: {got}, expected {HOST_RELAXED}")
+        finally:
+            sim.stop()
+    return report("tls_matrix", failures, checks=len(CASES) * 2 * len(MODES) + 2 * 4 + 2 + 2 * 3 + 2)
 
 
 if __name__ == "__main__":
