@@ -371,7 +371,25 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
 
 const CommandRecord kDocumentCommandRows[] = {
     {"tran", CmdTran, 0, "Translate a document.",
-     "Usage: tran [RULES] [INDATA]\n\n" LEXCTL_COMMON_OPTION_HELP
+     "Usage: tran [RULES] [INDATA]\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-uilang LANG]              [-rmax MILLISEC]\n"
+     "              [-bmax BYTES]               [-smax SENTENCES]\n"
+     "              [-resetsessions]            [-dbcache VALUE]\n"
+     "              [-neweid]                   [-unknown[=VALUE]]\n"
+     "              [-txncache VALUE]           [-txncachemark]\n"
+     "              [-htmlcache VALUE]          [-htmlcachemark]\n"
+     "              [-xmlcache VALUE]           [-xmlcachemark]\n"
+     "              [-pdfcache VALUE]           [-pdfcachemark]\n"
+     "              [-doccache VALUE]           [-doccachemark]\n"
+     "              [-xlscache VALUE]           [-xlscachemark]\n"
+     "              [-pptcache VALUE]           [-pptcachemark]\n"
+     "              [-eid ENGINE]               [-prop KEY=VALUE]*\n"
+     "              [-rules RULEFILE]           [-indata INFILE]\n"
+     "              [-outdata OUTFILE]          [-intype INTYPE]\n"
+     "              [-noengine]\n"
+     "\n" LEXCTL_COMMON_OPTION_HELP
      "    -eid        Engine to use for the translation.\n"
      "    -prop       Engine property KEY=VALUE. May be repeated.\n"
      "    -rules      File holding the translation rules, instead of RULES.\n"
@@ -381,11 +399,26 @@ const CommandRecord kDocumentCommandRows[] = {
      "    -outdata    Write the translated document to OUTFILE. Attachments are\n"
      "                saved in the directory OUTFILE_files.\n"
      "    -noengine   Do not supply a default engine.\n"
-     "    -unknown    Return a summary of all unknown words in the org text.\n\n"
-     "The cache options -txncache, -htmlcache, -xmlcache, -pdfcache, -doccache,\n"
-     "-xlscache and -pptcache take a value; their -...cachemark forms take none.\n"},
+     "    -unknown    Return a summary of all unknown words in the org text.\n"},
     {"tmulti", CmdTmulti, 0, "Translate several documents in one request.",
-     "Usage: tmulti [RULES] [INDATA]*\n\n" LEXCTL_COMMON_OPTION_HELP
+     "Usage: tmulti [RULES] [INDATA]*\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-uilang LANG]              [-rmax MILLISEC]\n"
+     "              [-bmax BYTES]               [-smax SENTENCES]\n"
+     "              [-resetsessions]            [-dbcache VALUE]\n"
+     "              [-neweid]                   [-unknown[=VALUE]]\n"
+     "              [-txncache VALUE]           [-txncachemark]\n"
+     "              [-htmlcache VALUE]          [-htmlcachemark]\n"
+     "              [-pdfcache VALUE]           [-pdfcachemark]\n"
+     "              [-doccache VALUE]           [-doccachemark]\n"
+     "              [-xlscache VALUE]           [-xlscachemark]\n"
+     "              [-pptcache VALUE]           [-pptcachemark]\n"
+     "              [-eid ENGINE]               [-prop KEY=VALUE]*\n"
+     "              [-rules RULEFILE]           [-indata INFILE]*\n"
+     "              [-outdata OUTFILE]          [-intype INTYPE]\n"
+     "              [-noengine]\n"
+     "\n" LEXCTL_COMMON_OPTION_HELP
      "    -eid        Engine to use for the translation.\n"
      "    -prop       Engine property KEY=VALUE. May be repeated.\n"
      "    -rules      File holding the translation rules, instead of RULES.\n"
@@ -396,17 +429,26 @@ const CommandRecord kDocumentCommandRows[] = {
      "    -outdata    Write the n-th translated document to OUTFILE.n. Attachments\n"
      "                are saved in the directory OUTFILE.n_files.\n"
      "    -noengine   Do not supply a default engine.\n"
-     "    -unknown    Return a summary of all unknown words in the org text.\n\n"
-     "The cache options -txncache, -htmlcache, -pdfcache, -doccache, -xlscache and\n"
-     "-pptcache take a value; their -...cachemark forms take none.\n"},
+     "    -unknown    Return a summary of all unknown words in the org text.\n"},
     {"xml", CmdXml, 0, "Translate an XML document.",
-     "Usage: xml -input FILE -transform FILE\n\n" LEXCTL_COMMON_OPTION_HELP
+     "Usage: xml -input FILE -transform FILE\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-uilang LANG]              [-rmax MILLISEC]\n"
+     "              [-bmax BYTES]               [-smax SENTENCES]\n"
+     "              [-resetsessions]            [-dbcache VALUE]\n"
+     "              [-neweid]                   [-unknown[=VALUE]]\n"
+     "              [-txncache VALUE]           [-txncachemark]\n"
+     "              [-eid ENGINE]               [-prop KEY=VALUE]*\n"
+     "              [-output FILE]\n"
+     "\n" LEXCTL_COMMON_OPTION_HELP
      "    -eid        Engine to use for the translation.\n"
      "    -prop       Engine property KEY=VALUE. May be repeated.\n"
      "    -input      The XML document to translate.\n"
      "    -transform  The XSLT transform that selects the text to translate.\n"
      "    -output     Write the translated document to FILE. By default the input\n"
-     "                name with .out.xml for .xml (or .out appended).\n"
+     "                name up to its first .xml followed by .out.xml, or the\n"
+     "                whole name followed by .out when it holds no .xml.\n"
      "    -unknown    Return a summary of all unknown words in the org text.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
 };

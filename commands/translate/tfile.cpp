@@ -353,7 +353,24 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
 
 const CommandRecord kTfileCommandRows[] = {
     {"tfile", CmdTfile, 0, "Translate a text file line by line.",
-     "Usage: tfile INFILE\n\n" LEXCTL_COMMON_OPTION_HELP
+     "Usage: tfile INFILE\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-uilang LANG]              [-rmax MILLISEC]\n"
+     "              [-bmax BYTES]               [-smax SENTENCES]\n"
+     "              [-dicinfo]                  [-resetsessions]\n"
+     "              [-dbcache VALUE]            [-neweid]\n"
+     "              [-nosplit]                  [-orgtext]\n"
+     "              [-txncache VALUE]           [-txncachemark]\n"
+     "              [-splitmax VALUE]           [-splitmin VALUE]\n"
+     "              [-eid ENGINE]               [-prop KEY=VALUE]*\n"
+     "              [-blocks N]                 [-lines N-N]\n"
+     "              [-suffix SUFFIX]            [-outdir DIR]\n"
+     "              [-unknown[=VALUE]]          [-did DID]\n"
+     "              [-errors]                   [-timing]\n"
+     "              [-flush]                    [-skip LINES]\n"
+     "              [-escape]\n"
+     "\n" LEXCTL_COMMON_OPTION_HELP
      "    -eid        Engine to use for the translation.\n"
      "    -prop       Engine property KEY=VALUE. May be repeated.\n"
      "    -blocks     Most lines (blocks) sent in one request; 100 by default.\n"
