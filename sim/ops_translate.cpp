@@ -50,6 +50,9 @@ void TranslateBlocks(Call& call, nv__EngineSelect* engine, nv__SourceBlockArray*
     std::string problem;
     if (!b.text) problem = "Block has no text";
     else if (!text::ValidUtf8(*b.text)) problem = "Block text is not valid UTF-8";
+    // For clients' own tests: "sim.blockerror=WORD" fails the blocks that hold WORD.
+    else if (auto w = call.keys().Value("sim.blockerror"); w && !w->empty() && b.text->find(*w) != std::string::npos)
+      problem = "Block refused: " + *w;
     if (!problem.empty()) {
       if (call.keys().Has("fault")) Raise(err::kArgument, "Block " + std::to_string(i + 1) + ": " + problem);
       nv__TranslationBlock failed;

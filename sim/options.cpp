@@ -59,6 +59,9 @@ bool ParseOptions(const std::vector<std::string>& args, Options* opts, std::stri
     } else if (name == "--trust-header") {
       if (!take(&opts->trust_header)) return false;
       if (opts->trust_header.empty()) return *error = "empty --trust-header", false;
+    } else if (name == "--max-request") {
+      if (!take(&v)) return false;
+      if (!ToInt(v, 1, 4095, &opts->max_request_mb)) return *error = "invalid request limit: " + v, false;
     } else {
       *error = "unknown option: " + a;
       return false;

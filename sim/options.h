@@ -15,6 +15,8 @@ struct Options {
   std::string state_file;
   std::string log_file;
   std::string trust_header;  ///< HTTP header whose value loopback clients log in with
+  /// Largest request body taken, in MB; big enough for a 100 MB document sent inline.
+  int max_request_mb = 256;
 };
 
 /// Fills opts from argv; on an error returns false with a message in *error.
@@ -24,6 +26,7 @@ inline constexpr const char* kVersion = "4.7.2";
 
 inline constexpr const char* kUsage =
     "Usage: lexsim [--host ADDR] [--port N] [--threads N] [--tls-cert FILE --tls-key FILE]\n"
-    "              [--tls-client-ca FILE] [--state FILE] [--log FILE] [--trust-header NAME]\n";
+    "              [--tls-client-ca FILE] [--state FILE] [--log FILE] [--trust-header NAME]\n"
+    "              [--max-request MB]\n";
 
 }  // namespace lexsim

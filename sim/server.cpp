@@ -18,8 +18,6 @@ namespace {
 std::atomic<bool> g_stop{false};
 
 // Bad input must not exhaust the server: these bound what one request may make us do.
-// Dictionary imports of 50 MB travel as about 67 MB of base64.
-constexpr ULONG64 kMaxRequestBytes = 128u << 20;
 constexpr unsigned kMaxXmlDepth = 64;
 constexpr size_t kMaxOccurs = 20000;
 constexpr int kIoTimeoutSecs = 10;
@@ -99,7 +97,7 @@ int ParseHook(struct soap* soap) {
     return 404;
   }
   c.request_read = true;
-  if (soap->length > kMaxRequestBytes) {
+  if (soap->length > soap->recv_maxlength) {
     soap->keep_alive = 0;
     return 413;
   }
@@ -210,7 +208,7 @@ void Server::Stop() { g_stop = true; }
 void Server::Configure(struct soap* soap) const {
   soap->bind_flags = SO_REUSEADDR;
   soap->max_keep_alive = 1000000;
-  soap->recv_maxlength = kMaxRequestBytes;
+  soap->recv_maxlength = static_cast<ULONG64>(env_.opts.max_request_mb) << 20;
   soap->maxlevel = kMaxXmlDepth;
   soap->maxoccurs = kMaxOccurs;
   soap->recv_timeout = kIoTimeoutSecs;

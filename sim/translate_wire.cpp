@@ -171,8 +171,8 @@ xsd__base64Binary* Binary(struct soap* soap, const std::string& bytes) {
   if (!bytes.empty()) memcpy(b->__ptr, bytes.data(), bytes.size());
   b->id = nullptr;
   b->options = nullptr;
-  // A type or id would turn the value into a DIME attachment.
-  b->type = nullptr;
+  // A type turns the value into a DIME attachment: only for clients that sent DIME.
+  b->type = (soap->omode & SOAP_ENC_DIME) ? soap_strdup(soap, "application/octet-stream") : nullptr;
   return b;
 }
 

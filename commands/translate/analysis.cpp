@@ -298,7 +298,7 @@ void CmdDlang(ExecThread& thread, ArgVector& args) {
     if (from_code.given) ThreadPrint(thread, "From Encoding:        %s\n", from_code.text.c_str());
 
     xsd__base64Binary text;
-    SetBinary(frame.data(), bytes, text);
+    SetPayload(frame.data(), text, bytes, "binary");
     nv__DetectLanguageResponse response;
     frame.Check(soap_call_nv__DetectLanguage(
         frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
@@ -385,7 +385,7 @@ void CmdRecode(ExecThread& thread, ArgVector& args) {
     if (from_code.given) ThreadPrint(thread, "Encoding:   %s\n", from_code.text.c_str());
 
     xsd__base64Binary text;
-    SetBinary(frame.data(), bytes, text);
+    SetPayload(frame.data(), text, bytes, "binary");
     nv__RecodeResponse response;
     frame.Check(soap_call_nv__Recode(
         frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
@@ -393,7 +393,7 @@ void CmdRecode(ExecThread& thread, ArgVector& args) {
     frame.Token(response.token);
     frame.Warnings(response.error);
     if (!response.text) throw Exception("the reply carries no recoded text");
-    std::string_view recoded = BinaryBytes(response.text);
+    std::string_view recoded = PayloadBytes(response.text);
     if (!SaveBinaryFile(thread, output, recoded)) return;
     ThreadPrint(thread, "Input Encoding Used:  %s\n",
                 response.encodingUsed ? response.encodingUsed->c_str() : "");

@@ -1,8 +1,455 @@
 #include "commands/translate/documents.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "client/frame.h"
+#include "commands/common/files.h"
+#include "commands/common/payload.h"
+#include "commands/translate/document_names.h"
+#include "commands/translate/printers.h"
+#include "shell/dispatch.h"
+#include "shell/output.h"
+#include "soapH.h"
+
 namespace lexctl {
+namespace {
+
+enum DocumentOption {
+  kDocRules = kOptOwn,
+  kDocIndata,
+  kDocOutdata,
+  kDocNoengine,
+  kDocInput,
+  kDocOutput,
+  kDocTransform,
+};
+
+#define DOC_KEYS_HEAD                                                                           \
+  LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),                   \
+      LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"), LEXCTL_OPT_KEY_ARG("-bmax"),  \
+      LEXCTL_OPT_KEY_ARG("-smax"), LEXCTL_OPT_KEY("-resetsessions"),                            \
+      LEXCTL_OPT_KEY_ARG("-dbcache"), LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_KEY_ARG("-txncache"), \
+      LEXCTL_OPT_KEY("-txncachemark")
+#define DOC_CACHE(name) LEXCTL_OPT_KEY_ARG("-" name "cache"), LEXCTL_OPT_KEY("-" name "cachemark")
+#define DOC_UNKNOWN {kOptSelectKey, "-unknown", kOptOptional}
+#define DOC_TAIL                                                                          \
+  LEXCTL_OPT_REQGROUP, LEXCTL_OPT_ENGINE, {kDocRules, "-rules", kOptRequired},              \
+      {kDocIndata, "-indata", kOptRequired}, {kDocOutdata, "-outdata", kOptRequired},       \
+      {kDocNoengine, "-noengine", kOptNoArgument}, LEXCTL_OPT_END_OF_OPTIONS, LEXCTL_OPT_END
+
+const OptionDef kTranOptions[] = {DOC_KEYS_HEAD,       DOC_CACHE("html"), DOC_CACHE("xml"),
+                                  DOC_CACHE("pdf"),    DOC_CACHE("doc"),  DOC_CACHE("xls"),
+                                  DOC_CACHE("ppt"),    DOC_UNKNOWN,       DOC_TAIL};
+const OptionDef kTmultiOptions[] = {DOC_KEYS_HEAD,    DOC_CACHE("html"), DOC_CACHE("pdf"),
+                                    DOC_CACHE("doc"), DOC_CACHE("xls"),  DOC_CACHE("ppt"),
+                                    DOC_UNKNOWN,      DOC_TAIL};
+const OptionDef kXmlOptions[] = {DOC_KEYS_HEAD,
+                                 DOC_UNKNOWN,
+                                 LEXCTL_OPT_REQGROUP,
+                                 LEXCTL_OPT_ENGINE,
+                                 {kDocInput, "-input", kOptRequired},
+                                 {kDocOutput, "-output", kOptRequired},
+                                 {kDocTransform, "-transform", kOptRequired},
+                                 LEXCTL_OPT_END};
+
+constexpr char kDocumentCacheMarks[] = " txncachemark htmlcachemark pdfcachemark";
+
+/// What tran and tmulti read from their command line.
+struct DocumentRequest {
+  std::string rules_file;
+  std::vector<std::string> indata_files;
+  std::string outdata;
+  bool noengine = false;
+  std::string rules;                         // the rules text
+  std::vector<std::string> documents;        // read from files
+  std::vector<std::string_view> inline_docs;  // given on the line
+};
+
+// "type, encoding", or whichever of the two there is.
+std::string Details(const std::string* type, const std::string* encoding) {
+  std::string t = type ? *type : "", e = encoding ? *encoding : "";
+  return t + (!t.empty() && !e.empty() ? ", " : "") + e;
+}
+
+bool FitsRequest(ExecThread& thread, const std::string& path, const std::string& data) {
+  if (data.size() <= static_cast<size_t>(INT_MAX)) return true;
+  ThreadPrint(thread, "File too large to send: %s\n", path.c_str());
+  return false;
+}
+
+// Writes one binary file; a file that cannot be written completely is removed.
+bool SaveBinary(ExecThread& thread, const std::string& path, std::string_view data) {
+  FILE* file = fopen(path.c_str(), "wb");
+  bool ok = file && fwrite(data.data(), 1, data.size(), file) == data.size();
+  if (file) ok = fclose(file) == 0 && ok;
+  if (!ok) {
+    if (file) remove(path.c_str());
+    ThreadPrint(thread, "Unable to save binary data to file: %s\n", path.c_str());
+  }
+  return ok;
+}
+
+// Attachments of one output document: printed, or saved in the folder beside
+// its output file.
+void Attachments(ExecThread& thread, const nv__OutputFileArray* files, const std::string& outfile) {
+  if (!files || files->item.empty()) return;
+  std::string folder = outfile.empty() ? "" : AttachmentFolder(outfile);
+  bool made = false;
+  for (const nv__OutputFile& file : files->item) {
+    std::string_view bytes = PayloadBytes(file.data);
+    std::string name = file.name ? *file.name : "";
+    if (outfile.empty()) {
+      ThreadPrint(thread, "Output Attachment: %s (%d bytes)\n%.*s\n", name.c_str(),
+                  static_cast<int>(bytes.size()), static_cast<int>(bytes.size()), bytes.data());
+      continue;
+    }
+    // The server names the file; only a plain name inside the folder is taken.
+    std::string plain = AttachmentFileName(name);
+    if (plain.empty()) {
+      ThreadPrint(thread, "Invalid attachment name: %s\n", name.c_str());
+      continue;
+    }
+    if (!made) {
+      struct stat info;
+      if (mkdir(folder.c_str(), 0777) != 0 &&
+          (errno != EEXIST || stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))) {
+        ThreadPrint(thread, "Unable to create output directory: %s\n", folder.c_str());
+        return;
+      }
+      made = true;
+    }
+    std::string path = folder + "/" + plain;
+    if (!SaveBinary(thread, path, bytes)) continue;
+    ThreadPrint(thread, "Output Attachment (%s): %s (%d bytes)\n", file.type ? file.type->c_str() : "",
+                path.c_str(), static_cast<int>(bytes.size()));
+  }
+}
+
+// One translated document: printed, or written to outfile; false when it
+// could not be written.
+bool OutputDocument(ExecThread& thread, const xsd__base64Binary* data, const std::string& details,
+                    const std::string& outfile) {
+  std::string_view bytes = PayloadBytes(data);
+  if (outfile.empty()) {
+    ThreadPrint(thread, "Output Data (%s): (%d bytes)\n%.*s\n", details.c_str(),
+                static_cast<int>(bytes.size()), static_cast<int>(bytes.size()), bytes.data());
+    return true;
+  }
+  if (!SaveBinary(thread, outfile, bytes)) return false;
+  ThreadPrint(thread, "Output File (%s): %s (%d bytes)\n", details.c_str(), outfile.c_str(),
+              static_cast<int>(bytes.size()));
+  return true;
+}
+
+// tran and tmulti share everything up to the call.
+void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
+  LocalData& data = Local(thread);
+  RequestFrame frame(thread, data.cachemark ? kDocumentCacheMarks : "");
+  DocumentRequest req;
+  bool ok = frame.Scan(multi ? kTmultiOptions : kTranOptions, args, [&](const OptionScanner& option) {
+    switch (option.id()) {
+      case kDocRules: req.rules_file = option.argument(); break;
+      case kDocIndata:
+        if (!multi) req.indata_files.clear();
+        req.indata_files.push_back(option.argument());
+        break;
+      case kDocOutdata: req.outdata = option.argument(); break;
+      case kDocNoengine: req.noengine = true; break;
+    }
+    return true;
+  });
+  if (!ok) return;
+
+  const ArgVector& words = frame.positional();
+  size_t next = 0;
+  if (req.rules_file.empty()) {
+    if (words.empty()) {
+      ThreadPrint(thread, kMsgInvalidArgs);
+      return;
+    }
+    req.rules = words[next++];
+  }
+  if (req.indata_files.empty()) {
+    size_t last = multi ? words.size() : std::min(words.size(), next + 1);
+    for (; next < last; ++next) req.inline_docs.emplace_back(words[next]);
+  }
+  if (next != words.size()) {
+    ThreadPrint(thread, kMsgInvalidArgs);
+    return;
+  }
+  if (!req.rules_file.empty()) {
+    std::string text;
+    if (!ReadFileData(thread, req.rules_file, text)) return;
+    req.rules = std::string(SkipUtf8Signature(text));
+  }
+  for (const std::string& path : req.indata_files) {
+    req.documents.emplace_back();
+    if (!ReadFileData(thread, path, req.documents.back()) || !FitsRequest(thread, path, req.documents.back())) return;
+  }
+  std::string type = multi || req.indata_files.empty() ? "" : InputTypeOf(req.indata_files.front());
+  // The request has no field for the input type; it travels as a select key.
+  if (!type.empty()) frame.AddSelectKey("intype=" + type);
+
+  frame.PrintSelectKeys();
+  if (!req.rules_file.empty()) ThreadPrint(thread, "Rules File:   %s\n", req.rules_file.c_str());
+  if (multi) {
+    ThreadPrint(thread, "Input Data:   %d blocks\n",
+                static_cast<int>(req.documents.size() + req.inline_docs.size()));
+  } else if (!req.indata_files.empty()) {
+    ThreadPrint(thread, "Input File:   %s\n", req.indata_files.front().c_str());
+    if (!type.empty()) ThreadPrint(thread, "Input Type:   %s\n", type.c_str());
+  }
+  if (!req.outdata.empty()) ThreadPrint(thread, "Output File:  %s\n", req.outdata.c_str());
+  ThreadPrint(thread, "\n");
+
+  struct soap* soap = frame.soap();
+  nv__EngineSelect* select_engine = req.noengine ? nullptr : frame.engine();
+  std::vector<std::string_view> payloads;
+  for (const std::string& d : req.documents) payloads.emplace_back(d);
+  payloads.insert(payloads.end(), req.inline_docs.begin(), req.inline_docs.end());
+  // The documents are released once sent, so that a large one is not held
+  // twice while its translation comes in.
+  auto release = [&] {
+    std::vector<std::string>().swap(req.documents);
+    payloads.clear();
+  };
+
+  if (!multi) {
+    nv__InputData input{};
+    xsd__base64Binary binary{};
+    nv__InputData* indata = nullptr;
+    if (!payloads.empty()) {
+      SetPayload(data, binary, payloads.front(), "indata");
+      input.data = &binary;
+      indata = &input;
+    }
+    nv__TranslateResponse r;
+    std::optional<DimeRequest> dime(std::in_place, data);
+    int status = soap_send_nv__Translate(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
+                                         frame.reqgroup(), frame.select(), select_engine, &req.rules, indata);
+    dime.reset();
+    release();
+    if (status == SOAP_OK) status = soap_recv_nv__Translate(soap, r);
+    frame.Check(status);
+    frame.Token(r.token);
+    frame.Warnings(r.error);
+    ThreadPrint(thread, "Input Encoding Used: %s\n", r.encodingUsed ? r.encodingUsed->c_str() : "");
+    if (r.outdata) {
+      std::string details = Details(r.outdata->type ? r.outdata->type : r.outtype,
+                                    r.outdata->outputEncoding ? r.outdata->outputEncoding : r.outputEncoding);
+      // Attachments belong beside a document that was saved.
+      if (!OutputDocument(thread, r.outdata->data, details, req.outdata)) return;
+      Attachments(thread, r.outdata->attachments, req.outdata);
+    }
+    Attachments(thread, r.attachments, req.outdata);
+    PrintUnknownWords(thread, r.unknown);
+    return;
+  }
+
+  nv__InputDataArray inputs;
+  std::vector<xsd__base64Binary> binaries(payloads.size());
+  for (size_t i = 0; i < payloads.size(); ++i) {
+    SetPayload(data, binaries[i], payloads[i], "indata");
+    inputs.item.emplace_back();
+    inputs.item.back().data = &binaries[i];
+  }
+  nv__TranslateMultiResponse r;
+  std::optional<DimeRequest> dime(std::in_place, data);
+  int status = soap_send_nv__TranslateMulti(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
+                                            frame.reqgroup(), frame.select(), select_engine, &req.rules,
+                                            &inputs);
+  dime.reset();
+  release();
+  if (status == SOAP_OK) status = soap_recv_nv__TranslateMulti(soap, r);
+  frame.Check(status);
+  frame.Token(r.token);
+  frame.Warnings(r.error);
+  if (r.outdata) {
+    for (size_t i = 0; i < r.outdata->item.size(); ++i) {
+      const nv__OutputData& out = r.outdata->item[i];
+      std::string outfile = req.outdata.empty() ? "" : MultiOutputName(req.outdata, i + 1);
+      ThreadPrint(thread, "Input Encoding Used: %s\n", out.encodingUsed ? out.encodingUsed->c_str() : "");
+      if (OutputDocument(thread, out.data, Details(out.type, out.outputEncoding), outfile)) {
+        Attachments(thread, out.attachments, outfile);
+      }
+    }
+  }
+  PrintUnknownWords(thread, r.unknown);
+}
+
+void CmdTran(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdTran, args, true)) return;
+  RunGuarded(thread, [&] { TranslateDocuments(thread, args, false); });
+}
+
+void CmdTmulti(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdTmulti, args, true)) return;
+  RunGuarded(thread, [&] { TranslateDocuments(thread, args, true); });
+}
+
+void CmdXml(ExecThread& thread, ArgVector& args) {
+  if (CheckHelpRequest(thread, CmdXml, args, true)) return;
+  RunGuarded(thread, [&] {
+    LocalData& data = Local(thread);
+    RequestFrame frame(thread, data.cachemark ? " txncachemark" : "");
+    std::string input, output, transform;
+    bool ok = frame.Scan(kXmlOptions, args, [&](const OptionScanner& option) {
+      switch (option.id()) {
+        case kDocInput: input = option.argument(); break;
+        case kDocOutput: output = option.argument(); break;
+        case kDocTransform: transform = option.argument(); break;
+      }
+      return true;
+    });
+    if (!ok || !frame.ExpectPositional(0, 0)) return;
+    if (input.empty() || transform.empty()) {
+      ThreadPrint(thread, kMsgInvalidArgs);
+      return;
+    }
+    std::string xslt, xml;
+    if (!ReadFileData(thread, transform, xslt) || !FitsRequest(thread, transform, xslt)) return;
+    if (!ReadFileData(thread, input, xml) || !FitsRequest(thread, input, xml)) return;
+    if (output.empty()) output = XmlOutputName(input);
+
+    frame.PrintSelectKeys();
+    ThreadPrint(thread, "XSLT File:    %s (%d bytes)\n", transform.c_str(), static_cast<int>(xslt.size()));
+    ThreadPrint(thread, "XML File:     %s (%d bytes)\n", input.c_str(), static_cast<int>(xml.size()));
+    ThreadPrint(thread, "\n");
+
+    struct soap* soap = frame.soap();
+    xsd__base64Binary xml_data{}, xslt_data{};
+    SetPayload(data, xml_data, xml, "orgXml");
+    SetPayload(data, xslt_data, xslt, "orgXslt");
+    nv__TranslateXmlResponse r;
+    std::optional<DimeRequest> dime(std::in_place, data);
+    int status = soap_send_nv__TranslateXml(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
+                                            frame.reqgroup(), frame.select(), frame.engine(),
+                                            &xml_data, &xslt_data);
+    dime.reset();
+    std::string().swap(xml);
+    std::string().swap(xslt);
+    if (status == SOAP_OK) status = soap_recv_nv__TranslateXml(soap, r);
+    frame.Check(status);
+    frame.Token(r.token);
+    frame.Warnings(r.error);
+    if (r.docError && !r.docError->item.empty()) {
+      ThreadPrint(thread, "Document errors:\n");
+      for (const nv__DocError& e : r.docError->item) {
+        ThreadPrint(thread, "  Type: %s  Level: %s  Line: %d Column: %d \n", e.type ? e.type->c_str() : "",
+                    e.level ? e.level->c_str() : "", e.line, e.column);
+        ThreadPrint(thread, "    %s\n", e.message ? e.message->c_str() : "");
+      }
+    }
+    if (!r.txnDoc) {
+      ThreadPrint(thread, "No translated document returned.\n");
+    } else {
+      std::string_view bytes = PayloadBytes(r.txnDoc);
+      FILE* file = fopen(output.c_str(), "wb");
+      bool written = file && fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+      if (file) written = fclose(file) == 0 && written;
+      if (!written) {
+        if (file) remove(output.c_str());
+        ThreadPrint(thread, "ERROR: failed to open output file %s\n", output.c_str());
+      } else {
+        ThreadPrint(thread, "Output File: %s (%d bytes)\n", output.c_str(), static_cast<int>(bytes.size()));
+      }
+    }
+    PrintUnknownWords(thread, r.unknown);
+  });
+}
+
+}  // namespace
 
 const CommandRecord kDocumentCommandRows[] = {
+    {"tran", CmdTran, 0, "Translate a document.",
+     "Usage: tran [RULES] [INDATA]\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-uilang LANG]              [-rmax MILLISEC]\n"
+     "              [-bmax BYTES]               [-smax SENTENCES]\n"
+     "              [-resetsessions]            [-dbcache VALUE]\n"
+     "              [-neweid]                   [-unknown[=VALUE]]\n"
+     "              [-txncache VALUE]           [-txncachemark]\n"
+     "              [-htmlcache VALUE]          [-htmlcachemark]\n"
+     "              [-xmlcache VALUE]           [-xmlcachemark]\n"
+     "              [-pdfcache VALUE]           [-pdfcachemark]\n"
+     "              [-doccache VALUE]           [-doccachemark]\n"
+     "              [-xlscache VALUE]           [-xlscachemark]\n"
+     "              [-pptcache VALUE]           [-pptcachemark]\n"
+     "              [-eid ENGINE]               [-prop KEY=VALUE]*\n"
+     "              [-rules RULEFILE]           [-indata INFILE]\n"
+     "              [-outdata OUTFILE]          [-intype INTYPE]\n"
+     "              [-noengine]\n"
+     "\n" LEXCTL_COMMON_OPTION_HELP
+     "    -eid        Engine to use for the translation.\n"
+     "    -prop       Engine property KEY=VALUE. May be repeated.\n"
+     "    -rules      File holding the translation rules, instead of RULES.\n"
+     "    -indata     File holding the document to translate, instead of INDATA.\n"
+     "    -intype     The input data type INTYPE. Otherwise taken from the INDATA\n"
+     "                file extension.\n"
+     "    -outdata    Write the translated document to OUTFILE. Attachments are\n"
+     "                saved in the directory OUTFILE_files.\n"
+     "    -noengine   Do not supply a default engine.\n"
+     "    -unknown    Return a summary of all unknown words in the org text.\n"},
+    {"tmulti", CmdTmulti, 0, "Translate several documents in one request.",
+     "Usage: tmulti [RULES] [INDATA]*\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-uilang LANG]              [-rmax MILLISEC]\n"
+     "              [-bmax BYTES]               [-smax SENTENCES]\n"
+     "              [-resetsessions]            [-dbcache VALUE]\n"
+     "              [-neweid]                   [-unknown[=VALUE]]\n"
+     "              [-txncache VALUE]           [-txncachemark]\n"
+     "              [-htmlcache VALUE]          [-htmlcachemark]\n"
+     "              [-pdfcache VALUE]           [-pdfcachemark]\n"
+     "              [-doccache VALUE]           [-doccachemark]\n"
+     "              [-xlscache VALUE]           [-xlscachemark]\n"
+     "              [-pptcache VALUE]           [-pptcachemark]\n"
+     "              [-eid ENGINE]               [-prop KEY=VALUE]*\n"
+     "              [-rules RULEFILE]           [-indata INFILE]*\n"
+     "              [-outdata OUTFILE]          [-intype INTYPE]\n"
+     "              [-noengine]\n"
+     "\n" LEXCTL_COMMON_OPTION_HELP
+     "    -eid        Engine to use for the translation.\n"
+     "    -prop       Engine property KEY=VALUE. May be repeated.\n"
+     "    -rules      File holding the translation rules, instead of RULES.\n"
+     "    -indata     File holding a document to translate, instead of INDATA.\n"
+     "                May be repeated.\n"
+     "    -intype     The input data type INTYPE. Otherwise taken from the INDATA\n"
+     "                file extension.\n"
+     "    -outdata    Write the n-th translated document to OUTFILE.n. Attachments\n"
+     "                are saved in the directory OUTFILE.n_files.\n"
+     "    -noengine   Do not supply a default engine.\n"
+     "    -unknown    Return a summary of all unknown words in the org text.\n"},
+    {"xml", CmdXml, 0, "Translate an XML document.",
+     "Usage: xml -input FILE -transform FILE\n"
+     "              [-select KEYS]              [-strict]\n"
+     "              [-reqgroup ID]              [-runas USERID]\n"
+     "              [-uilang LANG]              [-rmax MILLISEC]\n"
+     "              [-bmax BYTES]               [-smax SENTENCES]\n"
+     "              [-resetsessions]            [-dbcache VALUE]\n"
+     "              [-neweid]                   [-unknown[=VALUE]]\n"
+     "              [-txncache VALUE]           [-txncachemark]\n"
+     "              [-eid ENGINE]               [-prop KEY=VALUE]*\n"
+     "              [-output FILE]\n"
+     "\n" LEXCTL_COMMON_OPTION_HELP
+     "    -eid        Engine to use for the translation.\n"
+     "    -prop       Engine property KEY=VALUE. May be repeated.\n"
+     "    -input      The XML document to translate.\n"
+     "    -transform  The XSLT transform that selects the text to translate.\n"
+     "    -output     Write the translated document to FILE. By default the input\n"
+     "                name up to its first .xml followed by .out.xml, or the\n"
+     "                whole name followed by .out when it holds no .xml.\n"
+     "    -unknown    Return a summary of all unknown words in the org text.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 

@@ -240,7 +240,7 @@ void CmdHtml(ExecThread& thread, ArgVector& args) {
       rewrite.item.push_back(item);
     }
     xsd__base64Binary binary;
-    SetBinary(data, document, binary);
+    SetPayload(data, binary, document, "binary");
     nv__TranslateHtmlResponse response;
     frame.Check(soap_call_nv__TranslateHtml(
         frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
@@ -251,7 +251,7 @@ void CmdHtml(ExecThread& thread, ArgVector& args) {
     frame.Token(response.token);
     frame.Warnings(response.error);
     if (!response.document) throw Exception("the reply carries no translated document");
-    std::string_view translated = BinaryBytes(response.document);
+    std::string_view translated = PayloadBytes(response.document);
     const char* used = response.encodingUsed ? response.encodingUsed->c_str() : "";
     if (has_instring) {
       ThreadPrint(thread, "Input Encoding Used: %s\n", used);
