@@ -21,7 +21,7 @@ std::map<std::string, std::string>& Store() {
 // round moves the text behind it: past this many replacements, or this many
 // bytes moved, in one text the rest is left as it stands.
 constexpr size_t kMaxReplacements = 1000000;
-constexpr size_t kMaxBytesMoved = size_t{256} << 20;
+constexpr size_t kMaxBytesMoved = size_t{64} << 20;
 
 bool LookupVariable(std::string_view name, std::string& value) {
   std::lock_guard<std::mutex> hold(variables_lock);
