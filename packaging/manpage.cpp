@@ -150,8 +150,8 @@ Print the program name and version, and exit with status 0.
 .B \-\-errexit
 For scripts run in continuous integration: the first command on the main
 thread that fails (a "FAILED: ..." or "SOAP EXCEPTION:" report, an argument
-error, an unknown command) ends the run after its report; the other threads
-are stopped and joined, and the exit status is 2. A failure on another thread
+error, an unknown command, a script that cannot be opened) ends the run after
+its report; the other threads are stopped and joined, and the exit status is 2. A failure on another thread
 makes the final status 2 as well. Without this switch the exit status is 0
 after any normal end.
 .SH COMMANDS
@@ -178,6 +178,16 @@ The service description, for third\-party SOAP tools.
 .TP
 .B /usr/share/doc/lexctl3/examples/
 Example scripts.
+.SH ENVIRONMENT
+.TP
+.B SHELL
+The shell that \fBshell\fR and \fB!\fR run (default /bin/sh).
+.TP
+.B TMPDIR
+Where \fBhtml\fR downloads keep their work file (default /tmp).
+.TP
+.B LEXCTL3_MAX_REPLY_MB
+The largest server reply taken, in megabytes (default 1024).
 .SH EXIT STATUS
 0 after a normal end, 1 when the command line is wrong or the temporary
 command file cannot be written, 2 with \fB\-\-errexit\fR after a failed
