@@ -1,16 +1,26 @@
 #!/usr/bin/env bash
-# Builds and runs the whole suite: a normal build, then ASan+UBSan and TSan builds.
-# Usage: scripts/test.sh [normal|asan|tsan ...]   (default: all three)
+# Builds and runs the whole suite: a normal build, then ASan+UBSan and TSan
+# builds, then every fuzz target for 30 s, then the Debian package's checks.
+# Usage: scripts/test.sh [normal|asan|tsan|fuzz|package ...]   (default: all five)
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/setup.sh"
 
 jobs=$(nproc 2>/dev/null || echo 2)
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(normal asan tsan)
+[ ${#variants[@]} -gt 0 ] || variants=(normal asan tsan fuzz package)
 
 for v in "${variants[@]}"; do
   case "$v" in
+    fuzz) echo "=== fuzz targets ==="
+          "$top/scripts/fuzz.sh"
+          continue ;;
+    package) echo "=== package ==="
+             # The normal build, made here when that variant did not run first.
+             cmake -S "$top" -B "$top/build-normal" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+             cmake --build "$top/build-normal" -j "$jobs" >/dev/null
+             "$top/scripts/package_check.sh" "$top/build-normal"
+             continue ;;
     normal) flags=() ;;
     asan) flags=(-DLEXCTL_ASAN=ON)
           export LSAN_OPTIONS="suppressions=$top/tests/lsan.supp:print_suppressions=0" ;;

@@ -20,9 +20,11 @@ std::map<std::string, std::string>& Store() {
   return store;
 }
 
-// A variable whose value refers to itself would expand forever; past this
-// many replacements in one text the rest is left as it stands.
+// A variable whose value refers to itself would expand forever, and every
+// round moves the text behind it: past this many replacements, or this many
+// bytes moved, in one text the rest is left as it stands.
 constexpr size_t kMaxReplacements = 1000000;
+constexpr size_t kMaxBytesMoved = size_t{64} << 20;
 
 bool LookupVariable(std::string_view name, std::string& value) {
   std::lock_guard<std::mutex> hold(variables_lock);
@@ -65,8 +67,10 @@ void SpecialValue(ExecThread& thread, std::string_view ref, std::string& value, 
 bool SubstituteVariables(ExecThread& thread, std::string& text) {
   bool changed = false;
   std::string value;
+  size_t moved = 0;
+  size_t last_open = std::string::npos;
   for (size_t count = 0; count < kMaxReplacements; ++count) {
-    size_t open = text.rfind("{{");
+    size_t open = text.rfind("{{", last_open);
     if (open == std::string::npos) break;
     size_t close = text.find("}}", open + 2);
     if (close == std::string::npos) break;
@@ -85,7 +89,12 @@ bool SubstituteVariables(ExecThread& thread, std::string& text) {
         }
       }
     }
+    moved += text.size() - open + value.size();
+    if (moved > kMaxBytesMoved) break;
     text.replace(open, close + 2 - open, value);
+    // Nothing behind the value held "{{", so the next one starts in the
+    // value or where it meets that text.
+    last_open = open + value.size();
     changed = true;
   }
   return changed;

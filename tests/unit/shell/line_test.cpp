@@ -73,6 +73,17 @@ TEST_F(Substitution, InnermostFirstAndReplacementsExpandAgain) {
   EXPECT_EQ(Expand("{{subst_open}}subst_target}}"), "reached");
 }
 
+TEST_F(Substitution, SelfReferenceEndsWithTheRestAsItStands) {
+  // Each round used to move the growing text behind the reference.
+  SetVariable("subst_self", "one two [{{subst_self}}sepen");
+  std::string text = Expand("<{{subst_self}}>");
+  EXPECT_EQ(text.rfind("<one two [", 0), 0u);
+  EXPECT_EQ(text.substr(text.size() - 6), "sepen>");
+  size_t left = text.find("{{subst_self}}");
+  ASSERT_NE(left, std::string::npos);
+  EXPECT_EQ(text.find("{{", left + 1), std::string::npos);
+}
+
 TEST_F(Substitution, UnclosedReferenceStopsAllSubstitution) {
   SetVariable("subst_x", "X");
   EXPECT_EQ(Expand("{{subst_x}} {{"), "{{subst_x}} {{");

@@ -1,0 +1,113 @@
+#!/usr/bin/env python3
+"""The command table, the manual pages, "help" and the end-to-end cases agree:
+every command, alias and setopt option of the table is in lexctl3's manual
+page and in "help" ("help setopt" for options), every command has a .case
+file that runs it, and every lexsim option is in lexsim's page.
+Usage: manual_checks.py LEXCTL3 MANPAGE_TOOL LEXCTL3_PAGE LEXSIM LEXSIM_PAGE CASE_DIR"""
+import glob
+import gzip
+import os
+import re
+import subprocess
+import sys
+import tempfile
+
+from harness import report
+
+PREFIXES = "@$=-+"
+
+
+def read_page(path):
+    opener = gzip.open if path.endswith(".gz") else open
+    with opener(path, "rt", encoding="utf-8") as f:
+        text = f.read()
+    return text.replace("\\-", "-").replace("\\e", "\\").replace("\\&", "")
+
+
+def run(cmd, cwd):
+    return subprocess.run(cmd, cwd=cwd, capture_output=True, text=True, timeout=60,
+                          stdin=subprocess.DEVNULL).stdout
+
+
+def case_words(case_dir):
+    """Command words each case runs: the first word of its script lines, of
+    its files' lines and of its command-line commands."""
+    words = {}
+    for path in glob.glob(os.path.join(case_dir, "**", "*.case"), recursive=True):
+        section = "script"
+        with open(path, encoding="utf-8", errors="replace") as f:
+            for line in f:
+                if line.startswith("#### "):
+                    section = line[5:].split(" ")[0].strip()
+                    continue
+                if section not in ("script", "file", "args"):
+                    continue
+                text = line.strip().lstrip(PREFIXES).strip()
+                if section == "args" and text.startswith("--"):
+                    continue
+                word = text.split(" ")[0].strip('"').lower() if text else ""
+                if word:
+                    words.setdefault(word, set()).add(os.path.relpath(path, case_dir))
+    return words
+
+
+def main():
+    lexctl3, tool, page_path, lexsim, sim_page_path, case_dir = map(os.path.abspath, sys.argv[1:7])
+    failures = []
+    with tempfile.TemporaryDirectory() as work:
+        rows = [line.split() for line in run([tool, "--rows"], work).splitlines()]
+        summary = run([lexctl3, "help"], work)
+        setopt_help = run([lexctl3, "help setopt"], work)
+        sim_usage = run([lexsim, "--help"], work)
+    page = read_page(page_path)
+    sim_page = read_page(sim_page_path)
+    # Names as the page's entries and help's listing give them.
+    page_names = set()
+    for line in page.splitlines():
+        if line.startswith(".B "):
+            page_names.update(name.strip() for name in line[3:].split(","))
+    listed = set()
+    for line in summary.splitlines():
+        head = re.match(r"^([^\s,]+(?:, [^\s,]+)*)", line)
+        if head:
+            listed.update(head.group(1).split(", "))
+    options = set(re.findall(r"^  (\S+)", setopt_help, re.M))
+    used = case_words(case_dir)
+
+    commands = [r for r in rows if r[0] == "command"]
+    if len(commands) < 10:
+        failures.append(f"the table lists only {len(commands)} commands")
+    aliases = {}
+    for kind, name, *rest in rows:
+        if kind == "alias":
+            aliases.setdefault(rest[0], []).append(name)
+    for kind, name, *rest in rows:
+        if kind == "option":
+            if f"setopt {name}" not in page_names:
+                failures.append(f"setopt option {name} is not in the manual page")
+            if name not in options:
+                failures.append(f"setopt option {name} is not in \"help setopt\"")
+            continue
+        what = "alias" if kind == "alias" else "command"
+        if name not in page_names:
+            failures.append(f"{what} {name} is not in the manual page")
+        if name not in listed:
+            failures.append(f"{what} {name} is not in \"help\"")
+        if kind == "command":
+            words = [name] + aliases.get(name, [])
+            if not any(w.lower() in used for w in words):
+                failures.append(f"command {name} has no end-to-end case")
+    for switch in ("--script", "--output", "--version", "--errexit", "--help"):
+        if switch not in page:
+            failures.append(f"{switch} is not in the manual page")
+    sim_options = set(re.findall(r"--[a-z-]+", sim_usage)) | {"--version", "--help"}
+    if len(sim_options) < 4:
+        failures.append(f"lexsim --help names too few options: {sim_usage!r}")
+    for option in sorted(sim_options):
+        if option not in sim_page:
+            failures.append(f"lexsim option {option} is not in lexsim's manual page")
+    return report("manual_checks", failures, len(rows) * 3 + len(sim_options) + 5)
+
+
+if __name__ == "__main__":
+    sys.exit(main())
