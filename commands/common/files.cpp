@@ -15,6 +15,11 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
+// An empty view may carry no pointer at all, which fwrite must not see.
+bool Put(FILE* file, std::string_view bytes) {
+  return bytes.empty() || fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+}
+
 bool WriteParts(ExecThread& thread, const std::string& path, std::string_view head,
                 std::string_view body) {
   File file(fopen(path.c_str(), "wb"));
@@ -22,8 +27,7 @@ bool WriteParts(ExecThread& thread, const std::string& path, std::string_view he
     ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
     return false;
   }
-  bool ok = fwrite(head.data(), 1, head.size(), file.get()) == head.size() &&
-            fwrite(body.data(), 1, body.size(), file.get()) == body.size();
+  bool ok = Put(file.get(), head) && Put(file.get(), body);
   ok = fclose(file.release()) == 0 && ok;
   if (!ok) {
     remove(path.c_str());
@@ -73,7 +77,7 @@ bool WriteFileData(ExecThread& thread, const std::string& path, std::string_view
 bool SaveBinaryFile(ExecThread& thread, const std::string& path, std::string_view body) {
   File file(fopen(path.c_str(), "wb"));
   bool opened = file != nullptr;
-  bool ok = opened && fwrite(body.data(), 1, body.size(), file.get()) == body.size();
+  bool ok = opened && Put(file.get(), body);
   if (opened) ok = fclose(file.release()) == 0 && ok;
   if (!ok) {
     // A file that could not be opened is not ours to remove.

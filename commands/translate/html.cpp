@@ -329,7 +329,7 @@ const CommandRecord kHtmlCommandRows[] = {
      "    -txnonly    Request that only the translation text is output.\n"
      "    -tag        The tag name to use for every tag that the translation\n"
      "                inserts (for example span).\n"
-     "    -nodetect   Do not detect the character encoding of the page.\n"
+     "    -nodetect   Disable character encoding detection\n"
      "    -nobuttons  Do not translate <input> tags with type button or submit.\n"
      "    -txncache   Select key txncache=VALUE.\n"
      "    -txncachemark  Mark text that has been retrieved from the cache.\n"
