@@ -35,15 +35,17 @@ def make_source(path):
 
 def run_lexctl(lexctl, cwd, server, layer, dime, command):
     """Elapsed seconds and peak resident kilobytes of one lexctl3 command."""
-    args = [lexctl, f"setopt server {server}", f"setopt commslayer {layer}", f"setopt dime {dime}"] + LOGIN + [command]
+    # GNU time measures the program alone; a child forked from this script
+    # would count the script's own memory from before its exec.
+    args = ["/usr/bin/time", "-f", "%M", "-o", "rss.txt", lexctl, f"setopt server {server}",
+            f"setopt commslayer {layer}", f"setopt dime {dime}"] + LOGIN + [command]
     start = time.perf_counter()
-    proc = subprocess.Popen(args, cwd=cwd, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    out = proc.stdout.read().decode("utf-8", "replace")
-    _, status, usage = os.wait4(proc.pid, 0)
+    proc = subprocess.run(args, cwd=cwd, capture_output=True)
     elapsed = time.perf_counter() - start
-    if status != 0 or "FAILED" in out or "EXCEPTION" in out or "Done." not in out and "Written" not in out:
+    out = proc.stdout.decode("utf-8", "replace")
+    if proc.returncode != 0 or "FAILED" in out or "EXCEPTION" in out or "Done." not in out and "Written" not in out:
         raise RuntimeError(f"{command}: {out[-2000:]}")
-    return elapsed, usage.ru_maxrss
+    return elapsed, int(open(os.path.join(cwd, "rss.txt")).read().split()[-1])
 
 
 def capture(lexctl, cwd, server, dime, command, prefix):

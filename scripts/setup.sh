@@ -8,7 +8,7 @@ packages=(
   gsoap libgsoap-dev libssl-dev zlib1g-dev libboost-dev
   libcurl4-openssl-dev libreadline-dev libgtest-dev libgmock-dev
   wget openssl python3 python3-zeep wrk tinyproxy
-  curl
+  curl time
 )
 
 missing=()
