@@ -328,11 +328,8 @@ void CmdDremove(ExecThread& thread, ArgVector& args) {
       ThreadPrint(thread, kMsgInvalidArgs);
       return;
     }
-    if (from_text) {
-      int64_t from, to;
-      if (!resolve(from_text, from) || !resolve(to_text, to)) return;
-      for (int64_t did = from; did <= to; ++did) dids.push_back(did);
-    }
+    int64_t from = 1, to = 0;  // an empty range unless -from and -to say otherwise
+    if (from_text && (!resolve(from_text, from) || !resolve(to_text, to))) return;
     if (dids.empty() && !from_text) {
       ThreadPrint(thread, kMsgDidRequired);
       return;
@@ -340,7 +337,7 @@ void CmdDremove(ExecThread& thread, ArgVector& args) {
 
     frame.PrintSelectKeys();
     ThreadPrint(thread, "\n");
-    for (int64_t did : dids) {
+    auto remove = [&](int64_t did) {
       ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
       nv__DeleteDictionaryResponse response;
       frame.Check(soap_call_nv__DeleteDictionary(frame.soap(), frame.endpoint(), "",
@@ -349,6 +346,12 @@ void CmdDremove(ExecThread& thread, ArgVector& args) {
       frame.Token(response.token);
       frame.Warnings(response.error);
       ThreadPrint(thread, "OK.\n");
+    };
+    for (int64_t did : dids) remove(did);
+    // The range is walked, not listed first: a failed call ends it anyway.
+    for (int64_t did = from; did <= to; ++did) {
+      remove(did);
+      if (did == to) break;  // no step past the largest number
     }
   });
 }

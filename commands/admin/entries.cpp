@@ -199,7 +199,6 @@ void CmdDadd(ExecThread& thread, ArgVector& args) {
     std::vector<nv__DicEntryEngine> items(sources.size());
     nv__DicEntryArray entries;
     for (size_t i = 0; i < sources.size(); ++i) {
-      items[i].entryid = items[i].headword = nullptr;
       items[i].source = &sources[i];
       entries.item.push_back(&items[i]);
     }
@@ -300,7 +299,6 @@ void CmdDaddtm(ExecThread& thread, ArgVector& args) {
     for (size_t i = 0; i < built.size(); ++i) {
       TmEntry& e = built[i];
       Wire& w = wires[i];
-      w.entry = nv__DicEntryMemory();
       w.sentences.item.resize(e.sentences.size());
       for (size_t k = 0; k < e.sentences.size(); ++k) {
         w.sentences.item[k].lang = &e.sentences[k].lang;
