@@ -113,6 +113,46 @@ class Fields {
   std::vector<std::string> f_;
 };
 
+// The first form of the file: accounts only, one per line, "user" TAB userid TAB
+// pwhash TAB super TAB api-mask TAB timezone TAB username TAB features. Still read,
+// as hand-written seed files use it.
+bool LoadAccountLines(const std::string& text, std::map<std::string, Account>* users,
+                      std::string* error) {
+  std::istringstream in(text);
+  std::string line;
+  int number = 0;
+  while (std::getline(in, line)) {
+    ++number;
+    if (line.empty() || line[0] == '#') continue;
+    std::vector<std::string> f;
+    size_t pos = 0;
+    for (;;) {
+      size_t tab = line.find('\t', pos);
+      f.push_back(line.substr(pos, tab == std::string::npos ? std::string::npos : tab - pos));
+      if (tab == std::string::npos) break;
+      pos = tab + 1;
+    }
+    Account a;
+    auto [end, ec] = std::from_chars(f.size() > 4 ? f[4].data() : nullptr,
+                                     f.size() > 4 ? f[4].data() + f[4].size() : nullptr,
+                                     a.api_allowed);
+    if (f.size() != 8 || f[0] != "user" || f[1].empty() || (!f[2].empty() && !IsPasswordHash(f[2])) ||
+        ec != std::errc() || end != f[4].data() + f[4].size()) {
+      *error = "line " + std::to_string(number) + ": not a lexsim state file";
+      return false;
+    }
+    a.userid = f[1];
+    a.pwhash = ToLower(f[2]);
+    a.super = f[3] == "1";
+    a.timezone = f[5];
+    a.username = f[6];
+    a.features = f[7];
+    a.engines = State::DefaultEngines(a.super);
+    (*users)[a.userid] = std::move(a);
+  }
+  return true;
+}
+
 }  // namespace
 
 std::string State::Serialize() const {
@@ -209,7 +249,17 @@ bool State::Deserialize(const std::string& text, std::string* error) {
   while (std::getline(in, line)) {
     ++number;
     if (!header) {
-      if (line != kHeader) return bad("not a lexsim state file");
+      if (line != kHeader) {
+        // An accounts-only file keeps the rest of the store as it is.
+        if (!LoadAccountLines(text, &users, error)) return false;
+        if (users.empty()) {
+          *error = "no accounts";
+          return false;
+        }
+        users_ = std::move(users);
+        sessions_.clear();
+        return true;
+      }
       header = true;
       continue;
     }

@@ -102,6 +102,9 @@ class Transfer {
  private:
   int64_t Copy(const std::string& userid, int64_t did, const std::string& from,
                const std::string& to);
+  /// Fills the new copy: the source data, the shares, the user's engine.
+  void Complete(const std::string& userid, int64_t new_did, const std::string& to,
+                const nv__DictionaryDetail& src, const nv__DictionaryExportResponse* exported);
 
   ExecThread& thread_;
   std::string keys_;
@@ -197,7 +200,26 @@ int64_t Transfer::Copy(const std::string& userid, int64_t did, const std::string
   create.Token(made->token);
   if (!made->dic) throw Exception("no dictionary came back");
   int64_t new_did = made->dic->did;
+  try {
+    Complete(userid, new_did, to, src, exported);
+  } catch (const Exception&) {
+    // No half-made copy stays behind; the source is untouched either way.
+    RequestFrame undo(thread_, keys_);
+    undo.UseSelectKeys();
+    auto* gone = soap_new_nv__DeleteDictionaryResponse(undo.soap());
+    soap_call_nv__DeleteDictionary(undo.soap(), undo.endpoint(), "", undo.licence(),
+                                   undo.clientid(), undo.reqgroup(), undo.select(), new_did, *gone);
+    undo.data().EndCall();
+    throw;
+  }
   AddCreatedDid(CreatedDid{to, kApiCreateDictionary, type, new_did});
+  return new_did;
+}
+
+void Transfer::Complete(const std::string& userid, int64_t new_did, const std::string& to,
+                        const nv__DictionaryDetail& src,
+                        const nv__DictionaryExportResponse* exported) {
+  std::string runas = keys_ + " runas=" + userid;
 
   bool has_data = false;
   if (exported->data) {
@@ -247,7 +269,6 @@ int64_t Transfer::Copy(const std::string& userid, int64_t did, const std::string
                                         *updated));
   engine.Token(updated->token);
   engine.Warnings(updated->error);
-  return new_did;
 }
 
 void CmdDtransfer(ExecThread& thread, ArgVector& args) {

@@ -41,8 +41,10 @@ class Sim:
 
 def run(lexctl3, cwd, server, layer, body):
     script = os.path.join(cwd, "run.txt")
+    # Binary data travel inline on one layer and as DIME attachments on the other.
+    dime = "true" if layer == "windows" else "false"
     with open(script, "w", encoding="utf-8") as f:
-        f.write(f"setopt server {server}\nsetopt commslayer {layer}\n"
+        f.write(f"setopt server {server}\nsetopt commslayer {layer}\nsetopt dime {dime}\n"
                 "setopt userid admin\nsetopt passwd admin\n" + body)
     done = subprocess.run([lexctl3, "--script", script], cwd=cwd, capture_output=True,
                           text=True, timeout=120)

@@ -162,6 +162,13 @@ TEST(StateFile, EverythingKeptSurvivesAndBadFilesAreRefused) {
   EXPECT_FALSE(gd->entries[0].sentences[1].key);
   EXPECT_EQ(b.AddDictionary(Dictionary{}).did, did + 1) << "new DIDs continue after the kept ones";
 
+  // Hand-written seed files list accounts only; the dictionaries stay.
+  ASSERT_TRUE(b.Deserialize("user\tann\t\t0\t33\tUTC\tAnn\t\n", &error)) << error;
+  ASSERT_NE(b.FindUser("ann"), nullptr);
+  EXPECT_EQ(b.FindUser("ann")->api_allowed, 33u);
+  EXPECT_EQ(b.FindUser("group/bob"), nullptr);
+  EXPECT_NE(b.FindDictionary(did), nullptr);
+
   // Each broken file is refused with its line, and the store stays as it was.
   for (std::string bad : {std::string("user\tx\t\t\t0\t1\tUTC\t\t\t\n"),
                           text + "limit\tsessions\tmany\n", text + "sentence\ten\tx\t2\n",
