@@ -12,5 +12,6 @@ python3 "$top/bench/script_speed.py" "$build/app/lexctl3"
 cmake --build "$build" -j "$(nproc)" --target lexsim bench_echo_reference bench_capture_echo >/dev/null
 "$top/bench/sim/run_sim_bench.sh" "$build"
 python3 "$top/bench/client_echo.py" "$build/app/lexctl3" "$build/sim/lexsim"
+python3 "$top/bench/text_roundtrip.py" "$build/app/lexctl3" "$build/sim/lexsim"
 python3 "$top/bench/tfile_lines.py" "$build/app/lexctl3" "$build/sim/lexsim"
 python3 "$top/bench/document_large.py" "$build/app/lexctl3" "$build/sim/lexsim"

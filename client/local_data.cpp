@@ -285,7 +285,9 @@ void SoapClient::RebuildContext() {
     soap_set_imode(fresh, old->imode);
     soap_set_omode(fresh, old->omode);
   } else {
-    soap_set_imode(fresh, SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING);
+    // The service is document/literal: replies carry no id/href references,
+    // and reading them as a tree spares a walk of the id table per array item.
+    soap_set_imode(fresh, SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING | SOAP_XML_TREE);
     soap_set_omode(fresh, SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING);
   }
   fresh->connect_timeout = settings.connect_timeout;

@@ -8,6 +8,8 @@
 #include "translate_markup.h"
 #include "translate_wire.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <sstream>
 
 using lexsim::Call;
@@ -66,6 +68,11 @@ void TranslateBlocks(Call& call, nv__EngineSelect* engine, nv__SourceBlockArray*
     r.blocks->item.push_back(tr::ToWire(call.soap(), out));
   }
   r.unknown = tr::UnknownToWire(call.soap(), unknown);
+  // For clients' own tests: "sim.blocks=N" answers with the first N blocks only.
+  if (auto n = call.keys().Value("sim.blocks")) {
+    size_t keep = static_cast<size_t>(std::max(0L, strtol(n->c_str(), nullptr, 10)));
+    if (keep < r.blocks->item.size()) r.blocks->item.resize(keep);
+  }
 }
 
 // ---- Documents ------------------------------------------------------------------------

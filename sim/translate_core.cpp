@@ -407,9 +407,13 @@ BlockOut Translator::Translate(const BlockIn& in) const {
           auto kw = words(k), sw = words(s);
           for (const auto& w : sw)
             if (std::find(kw.begin(), kw.end(), w) == kw.end()) part.diff += "+" + Encode(w) + " ";
-          for (const auto& w : kw)
+          for (const auto& w : kw) {
             if (std::find(sw.begin(), sw.end(), w) == sw.end()) part.diff += "-" + Encode(w) + " ";
+            else part.keyword += Encode(w) + " ";
+          }
           if (!part.diff.empty()) part.diff.pop_back();
+          if (!part.keyword.empty()) part.keyword.pop_back();
+          part.pattern = best_key;
         }
         std::u32string t = Decode(part.text);
         map.push_back({{seg.start, seg.length}, {base, t.size()}});

@@ -59,6 +59,8 @@ struct PartOut {
   bool memory = false;
   int rate = 0;
   std::string entry, diff;
+  std::string pattern;  ///< the memory sentence that matched
+  std::string keyword;  ///< words the source and that sentence share
 };
 
 struct UnknownOut {

@@ -122,6 +122,8 @@ nv__TranslationBlock ToWire(struct soap* soap, const BlockOut& out) {
       *m->rate = p.rate;
       m->entry = opt(p.entry);
       m->diff = opt(p.diff);
+      m->pattern = opt(p.pattern);
+      m->keyword = opt(p.keyword);
       base = m;
     } else {
       auto* e = soap_new_nv__TranslationPartEngine(soap);

@@ -37,19 +37,15 @@ bool WriteParts(ExecThread& thread, const std::string& path, std::string_view he
 bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data) {
   data.clear();
   File file(fopen(path.c_str(), "rb"));
-  // A directory opens, and its seek end is no size to reserve.
   struct stat info;
+  // A directory opens here but not on every platform, and its "size" is no
+  // size to reserve: it counts as a file that cannot be opened.
   if (!file || fstat(fileno(file.get()), &info) != 0 || S_ISDIR(info.st_mode)) {
     ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
     return false;
   }
-  // Size the buffer from the file when it can be sized, and read until the
-  // end either way.
-  if (S_ISREG(info.st_mode) && fseek(file.get(), 0, SEEK_END) == 0) {
-    long size = ftell(file.get());
-    if (size > 0) data.reserve(static_cast<size_t>(size));
-    rewind(file.get());
-  }
+  // Size the buffer from a regular file; read until the end either way.
+  if (S_ISREG(info.st_mode) && info.st_size > 0) data.reserve(static_cast<size_t>(info.st_size));
   char buffer[1 << 16];
   size_t got;
   while ((got = fread(buffer, 1, sizeof buffer, file.get())) > 0) data.append(buffer, got);

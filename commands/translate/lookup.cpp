@@ -40,6 +40,40 @@ constexpr char kEntryFormat[] = "  %-7s %-17s %-17s %-7s %-17s %-7s\n";
 
 const char* Or(const std::string* text) { return text ? text->c_str() : ""; }
 
+}  // namespace
+
+void PrintLookupEntries(ExecThread& thread, const std::vector<std::string>& words,
+                        const std::vector<nv__DicEntry*>& entries) {
+  auto word_at = [&](int idx) {
+    return idx >= 0 && static_cast<size_t>(idx) < words.size() ? words[idx].c_str()
+                                                               : "!!INVALID INDEX!!";
+  };
+  bool headed = false;
+  int last = 0;
+  for (const nv__DicEntry* entry : entries) {
+    if (auto* hit = dynamic_cast<const nv__DicEntryLookup*>(entry)) {
+      if (!headed || hit->idx != last) {
+        ThreadPrint(thread, "%s\n", std::string(79, '-').c_str());
+        ThreadPrint(thread, "[%d]: '%s'\n", hit->idx, word_at(hit->idx));
+        ThreadPrint(thread, kEntryFormat, "DIC", "SURFACE_FORM", "BASE_FORM", "ORG_POS",
+                    "TRANSLATION", "TXN_POS");
+        headed = true;
+        last = hit->idx;
+      }
+      ThreadPrint(thread, kEntryFormat, Or(hit->did), Or(hit->orgWord), Or(hit->orgBase),
+                  Or(hit->orgPos), Or(hit->txnWord), Or(hit->txnPos));
+    } else if (auto* missing = dynamic_cast<const nv__DicEntryNotFound*>(entry)) {
+      ThreadPrint(thread, "[%d]: '%s' = NOT FOUND\n", missing->idx, word_at(missing->idx));
+    } else if (auto* error = dynamic_cast<const nv__DicEntryError*>(entry)) {
+      ThreadPrint(thread, "[%d]: '%s' = %s\n", error->idx, word_at(error->idx), Or(error->err));
+    } else {
+      ThreadPrint(thread, "Unexpected entry type in the lookup results.\n");
+    }
+  }
+}
+
+namespace {
+
 void CmdLookup(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdLookup, args, true)) return;
   RunGuarded(thread, [&] {
@@ -92,32 +126,7 @@ void CmdLookupEntry(ExecThread& thread, ArgVector& args) {
       ThreadPrint(thread, "No entries.\n");
       return;
     }
-    auto word_at = [&](int idx) {
-      return idx >= 0 && static_cast<size_t>(idx) < words.item.size() ? words.item[idx].c_str()
-                                                                       : "!!INVALID INDEX!!";
-    };
-    bool headed = false;
-    int last = 0;
-    for (const nv__DicEntry* entry : response.entries->item) {
-      if (auto* hit = dynamic_cast<const nv__DicEntryLookup*>(entry)) {
-        if (!headed || hit->idx != last) {
-          ThreadPrint(thread, "%s\n", std::string(79, '-').c_str());
-          ThreadPrint(thread, "[%d]: '%s'\n", hit->idx, word_at(hit->idx));
-          ThreadPrint(thread, kEntryFormat, "DIC", "SURFACE_FORM", "BASE_FORM", "ORG_POS",
-                      "TRANSLATION", "TXN_POS");
-          headed = true;
-          last = hit->idx;
-        }
-        ThreadPrint(thread, kEntryFormat, Or(hit->did), Or(hit->orgWord), Or(hit->orgBase),
-                    Or(hit->orgPos), Or(hit->txnWord), Or(hit->txnPos));
-      } else if (auto* missing = dynamic_cast<const nv__DicEntryNotFound*>(entry)) {
-        ThreadPrint(thread, "[%d]: '%s' = NOT FOUND\n", missing->idx, word_at(missing->idx));
-      } else if (auto* error = dynamic_cast<const nv__DicEntryError*>(entry)) {
-        ThreadPrint(thread, "[%d]: '%s' = %s\n", error->idx, word_at(error->idx), Or(error->err));
-      } else {
-        ThreadPrint(thread, "Unexpected entry type in the lookup results.\n");
-      }
-    }
+    PrintLookupEntries(thread, words.item, response.entries->item);
   });
 }
 

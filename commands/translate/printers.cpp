@@ -295,6 +295,7 @@ void PrintTestBlock(ExecThread& thread, int index, const nv__SourceBlock* reques
   long txn_at = 0;
   if (block.parts) {
     for (const nv__TranslationPart* part : block.parts->item) {
+      if (!part) continue;
       long start, length;
       Location(part->loc, start, length);
       long txn_length = static_cast<long>(CharCount(Or(part->text)));

@@ -4,8 +4,12 @@
 #include <string>
 
 #include "capture.h"
+#include "client/did_list.h"
+#include "client/frame.h"
+#include "client/local_data.h"
 #include "commands/translate/input.h"
 #include "shell/exec_thread.h"
+#include "soapH.h"
 
 namespace lexctl {
 namespace {
@@ -65,6 +69,52 @@ TEST(SplitSetword, OneTrailingSemicolonDropped) {
   EXPECT_EQ(SplitSetword("a=b;c=d;"), (std::vector<std::string>{"a=b", "c=d"}));
   EXPECT_EQ(SplitSetword("a=b;;"), (std::vector<std::string>{"a=b", ""}));
   EXPECT_EQ(SplitSetword("x"), (std::vector<std::string>{"x"}));
+}
+
+
+// -eid, -prop and -- as the frame reads them for every engine command.
+TEST(EngineOptions, PropertiesStartFromTheThreadAndEndOptionsEndsScanning) {
+  ExecThread thread("t", false);
+  thread.data = std::make_unique<LocalData>(&thread);
+  Local(thread).engine.properties = {{"a", "1"}, {"b", "2"}};
+  const OptionDef table[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_ENGINE, LEXCTL_OPT_PATTERN,
+                             LEXCTL_OPT_END_OF_OPTIONS, LEXCTL_OPT_END};
+  auto properties = [](RequestFrame& frame) {
+    std::string all;
+    nv__EngineSelect* engine = frame.engine();
+    if (!engine->properties) return std::string("<absent>");
+    for (const nv__KeyValPair& pair : engine->properties->item) all += pair.key + "=" + pair.val + ";";
+    return all;
+  };
+  testing::Capture out(thread);
+  AddCreatedDid("dic", 41);
+  {
+    RequestFrame frame(thread, "");
+    ArgVector args = {"x", "-prop", "b=3", "-eid", "QZ-X", "-prop=dictionaries=7,LAST", "--",
+                      "-prop", "--", "y"};
+    ASSERT_TRUE(frame.Scan(table, args));
+    EXPECT_EQ(frame.eid(), "QZ-X");
+    EXPECT_EQ(properties(frame), "a=1;b=3;dictionaries=7 41;");
+    EXPECT_EQ(frame.positional(), (ArgVector{"x", "-prop", "--", "y"}));
+  }
+  {
+    RequestFrame frame(thread, "");
+    ArgVector args = {"-prop", "", "-pattern", "--", "z"};
+    ASSERT_TRUE(frame.Scan(table, args, [](const OptionScanner&) { return true; }));
+    EXPECT_EQ(frame.eid(), "QZ-EJ");
+    EXPECT_EQ(properties(frame), "");  // sent, and empty
+    EXPECT_EQ(frame.positional(), ArgVector{"z"});
+  }
+  {
+    Local(thread).engine.properties.clear();
+    RequestFrame frame(thread, "");
+    ArgVector none = {"w"};
+    ASSERT_TRUE(frame.Scan(table, none));
+    EXPECT_EQ(properties(frame), "<absent>");
+    ArgVector bad = {"-prop", "novalue", "w"};
+    EXPECT_FALSE(RequestFrame(thread, "").Scan(table, bad));
+  }
+  EXPECT_EQ(out.Take(), "Invalid property: novalue\n");
 }
 
 }  // namespace

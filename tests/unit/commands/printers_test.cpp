@@ -6,6 +6,7 @@
 
 #include "capture.h"
 #include "commands/common/wrap.h"
+#include "commands/translate/lookup.h"
 #include "commands/translate/printers.h"
 #include "shell/exec_thread.h"
 #include "soapH.h"
@@ -103,6 +104,13 @@ TEST_F(BlockPrinter, MalformedRepliesPrintWhatTheyCan) {
   EXPECT_EQ(Print(request, block, simple), "Block 1\n");
   std::string translation;
   EXPECT_FALSE(BuildTranslation(block, translation));
+  // A nil item: an invalid part in every layout.
+  block.parts->item.push_back(nullptr);
+  BlockPrintOptions test, memory;
+  test.test = true;
+  memory.memory = true;
+  EXPECT_EQ(Print(request, block, test).substr(0, 11), "[test_1]\nor");
+  EXPECT_NE(Print(request, block, memory).find("   INVALID PART\n   INVALID PART\n"), std::string::npos);
 }
 
 TEST_F(BlockPrinter, AlternativeWordsAndMemoryRuns) {
@@ -185,6 +193,35 @@ TEST_F(BlockPrinter, UnknownWordsAndSentences) {
             "org: start:   0 length:   2 text: ab\n"
             "txn: start:   0 length:   3 text: xyz\n"
             "Invalid sent data: x\n!Invalid sent data!\n");
+}
+
+
+TEST_F(BlockPrinter, LookupGroupsFollowTheWordIndex) {
+  auto hit = [&](int idx, const char* txn) {
+    auto* entry = soap_new_nv__DicEntryLookup(soap_);
+    entry->idx = idx;
+    entry->did = Str("1");
+    entry->txnWord = Str(txn);
+    return entry;
+  };
+  auto* missing = soap_new_nv__DicEntryNotFound(soap_);
+  missing->idx = 2;
+  auto* failed = soap_new_nv__DicEntryError(soap_);
+  failed->idx = 1;
+  failed->err = Str("Engine error");
+  testing::Capture out(thread_);
+  PrintLookupEntries(thread_, {"cat", "dog", "eel"},
+                     {hit(0, "a"), hit(1, "b"), hit(0, "c"), hit(0, "d"), missing, failed, hit(7, "e")});
+  const std::string rule = std::string(79, '-') + "\n";
+  const std::string head = "  DIC     SURFACE_FORM      BASE_FORM         ORG_POS TRANSLATION       TXN_POS\n";
+  auto row = [](const char* txn) {
+    return "  1       " + std::string(18 * 2, ' ') + "        " + std::string(txn) +
+           std::string(17 - strlen(txn), ' ') + " " + std::string(7, ' ') + "\n";
+  };
+  EXPECT_EQ(out.Take(), rule + "[0]: 'cat'\n" + head + row("a") + rule + "[1]: 'dog'\n" + head +
+                            row("b") + rule + "[0]: 'cat'\n" + head + row("c") + row("d") +
+                            "[2]: 'eel' = NOT FOUND\n[1]: 'dog' = Engine error\n" + rule +
+                            "[7]: '!!INVALID INDEX!!'\n" + head + row("e"));
 }
 
 }  // namespace
