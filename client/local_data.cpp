@@ -137,6 +137,8 @@ size_t RecvMetered(struct soap* soap, char* data, size_t size) {
   Hooks* hooks = HooksOf(soap);
   hooks->window_bytes += n;
   auto now = std::chrono::steady_clock::now();
+  // A proxy's answer to CONNECT is read before any reply has begun.
+  if (hooks->window_start == std::chrono::steady_clock::time_point{}) hooks->window_start = now;
   if (now - hooks->window_start < std::chrono::seconds(timeout)) return n;
   if (hooks->window_bytes < static_cast<size_t>(kLowSpeedLimit) * timeout) {
     char text[120];
