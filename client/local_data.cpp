@@ -296,6 +296,11 @@ void SoapClient::RebuildContext() {
   fresh->recv_timeout = settings.io_timeout;
   fresh->send_timeout = settings.io_timeout;
   fresh->recv_maxlength = MaxReplyBytes();
+  // The library's fixed 64 KB socket buffers turn off the kernel's sizing:
+  // a reply a little larger than that then waits on the window for
+  // milliseconds, which is most of a 100-line translation's round trip.
+  fresh->sndbuf = 0;
+  fresh->rcvbuf = 0;
 
   auto* hooks = new Hooks{this, fresh->fposthdr, fresh->fparsehdr, fresh->fopen, fresh->fsend,
                           fresh->frecv, fresh->fpost, HostOf(settings.endpoint)};

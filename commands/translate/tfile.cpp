@@ -212,6 +212,10 @@ void TranslateFile(RequestFrame& frame, const TfileRun& run,
           const nv__TranslationBlock& block = results->item[i++];
           if (block.error) {
             status = *block.error;
+            // The message stays on its line of the output.
+            for (char& c : status) {
+              if (c == '\r' || c == '\n' || c == '\t') c = ' ';
+            }
           } else if (!BuildTranslation(block, text)) {
             status = "no translation";
           }
@@ -233,7 +237,7 @@ void TranslateFile(RequestFrame& frame, const TfileRun& run,
             }
           }
         }
-        if (run.errors) txn.Write(status.empty() ? "OK\t" : "ERROR\t" + status + (text.empty() ? "" : "\t"));
+        if (run.errors) txn.Write(status.empty() ? "OK\t" : "ERROR: " + status + "\t");
         txn.Write(run.selection.escape ? tfile::EncodeEscapes(text) : text);
         txn.Write(line.end);
         if (org.is_open()) {
@@ -383,8 +387,8 @@ const CommandRecord kTfileCommandRows[] = {
      "    -dicinfo    Write the dictionary used for each word to NAME.dic.txt.\n"
      "    -unknown    As -dicinfo, listing only unknown words (dictionary 0).\n"
      "    -did        As -dicinfo, listing only words from dictionary DID.\n"
-     "    -errors     Start each line of NAME.txn.txt with the block's status:\n"
-     "                OK or ERROR and the server's message, then a tab.\n"
+     "    -errors     Start each line of NAME.txn.txt with the block's status,\n"
+     "                OK or ERROR: and the server's message, and a tab.\n"
      "    -timing     Show the time of each request and of each file.\n"
      "    -flush      Flush the output files after each request, and keep them\n"
      "                when a request fails.\n\n"
