@@ -3,8 +3,6 @@
 // echo, help and setvar (on a few scratch names) really run; every other
 // row records its arguments instead, so that no input can touch files,
 // start processes or threads, or sleep.
-#include <strings.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -20,7 +18,8 @@ namespace {
 
 using namespace lexctl;
 
-// The only names setvar may change; each input starts from these values.
+// The only names setvar may change (names are case-sensitive); each input
+// starts from these values.
 const char* const kScratch[][2] = {
     {"a", "alpha"}, {"b", "{{a}}"}, {"x", ""}, {"n_0", "zero"}, {"open", "{{"}, {"q", "\"q q\""},
 };
@@ -35,7 +34,7 @@ void Record(ExecThread& thread, ArgVector& args) {
 void ScratchSetvar(ExecThread& thread, ArgVector& args) {
   if (!args.empty()) {
     bool known = false;
-    for (const auto& row : kScratch) known = known || strcasecmp(args[0], row[0]) == 0;
+    for (const auto& row : kScratch) known = known || strcmp(args[0], row[0]) == 0;
     if (!known) return Record(thread, args);
   }
   CmdSetvar(thread, args);

@@ -36,7 +36,7 @@ for t in "${targets[@]}"; do
   args=(-max_total_time="$seconds" -timeout=25 -rss_limit_mb=2560 -print_final_stats=1
         -artifact_prefix="$findings/$t-" "$work" "$top/fuzz/corpus/$t")
   if (cd "$dir/fuzz" && "./$t" "${args[@]}") >"$log" 2>&1; then
-    stats=$(grep -E "^#[0-9]+[[:space:]]+DONE" "$log" | tail -1 | sed -E 's/^#([0-9]+).*cov: ([0-9]+).*/\1 runs, coverage \2/')
+    stats=$(grep -E "^#[0-9]+[[:space:]]+DONE" "$log" | tail -1 | sed -E 's/^#([0-9]+).*cov: ([0-9]+).*/\1 runs, coverage \2/' || true)
     echo "fuzz $t: ${seconds}s, ${stats:-done}, no finding"
   else
     echo "fuzz $t: FINDING (log: $log)"
