@@ -87,7 +87,7 @@ TEST(EngineOptions, PropertiesStartFromTheThreadAndEndOptionsEndsScanning) {
     return all;
   };
   testing::Capture out(thread);
-  AddCreatedDid("dic", 41);
+  AddCreatedDid({"QZ-EJ", 0x400, 0x10, 41});
   {
     RequestFrame frame(thread, "");
     ArgVector args = {"x", "-prop", "b=3", "-eid", "QZ-X", "-prop=dictionaries=7,LAST", "--",
