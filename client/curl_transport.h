@@ -52,7 +52,6 @@ class CurlTransport {
   bool reply_too_large_ = false;
   std::string trace_path_;
   FILE* trace_ = nullptr;
-  int (*next_prepare_recv_)(struct soap*) = nullptr;
   std::unique_ptr<TlsRules> tls_rules_;
 
   friend size_t CurlWrite(char*, size_t, size_t, void*);

@@ -7,9 +7,9 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static bool ready = [] {
-    lexctl::AddCreatedDid("first", 7);
-    lexctl::AddCreatedDid("second", 1234567890123);
-    lexctl::AddCreatedDid("third", -1);
+    lexctl::AddCreatedDid({"QZ-EJ", 0x400, 0x10, 7});
+    lexctl::AddCreatedDid({"QZ-EJ", 0x400, 0x10, 1234567890123});
+    lexctl::AddCreatedDid({"QZ-TM", 0x800, 0x20, -1});
     return true;
   }();
   (void)ready;
