@@ -193,8 +193,6 @@ void CurlTransport::Attach(struct soap* soap, const TransportSettings& settings,
   settings_ = settings;
   ssl_mode_ = ssl_mode;
   configured_ = false;
-  // The whole message is built first, so it goes out with a Content-Length.
-  soap->omode = (soap->omode & ~SOAP_IO) | SOAP_IO_STORE;
   soap_register_plugin_arg(soap, Register, this);
 }
 
@@ -209,12 +207,31 @@ int CurlTransport::Open(struct soap*, const char* endpoint) {
   // gSOAP wants a descriptor; the connection itself is libcurl's.
   if (null_fd_ < 0) null_fd_ = open("/dev/null", O_RDWR | O_CLOEXEC);
   request_.clear();
+  request_sized_ = false;
   url_ = endpoint ? endpoint : "";
   return null_fd_;
 }
 
 int CurlTransport::Send(const char* data, size_t size) {
   request_.append(data, size);
+  if (!request_sized_) {
+    // Once the headers are in, hold the whole request in one allocation:
+    // a large document must not be grown through copies of itself.
+    size_t head_end = request_.find("\r\n\r\n");
+    if (head_end != std::string::npos) {
+      request_sized_ = true;
+      std::string head = request_.substr(0, head_end + 2);
+      for (size_t line = 0; line < head.size();) {
+        size_t next = head.find("\r\n", line);
+        if (strncasecmp(head.c_str() + line, "Content-Length:", 15) == 0) {
+          unsigned long long length = strtoull(head.c_str() + line + 15, nullptr, 10);
+          if (length <= MaxReplyBytes()) request_.reserve(head_end + 4 + length);
+          break;
+        }
+        line = next + 2;
+      }
+    }
+  }
   return SOAP_OK;
 }
 

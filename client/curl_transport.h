@@ -45,6 +45,7 @@ class CurlTransport {
   std::string ca_file_;
   std::string url_;
   std::string request_;
+  bool request_sized_ = false;
   std::string reply_headers_;
   std::string reply_body_;
   std::string reply_;

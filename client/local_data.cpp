@@ -361,6 +361,14 @@ void SoapClient::ApplyAfterBuild() {
     soap_clr_imode(soap_, SOAP_ENC_ZLIB);
     soap_clr_omode(soap_, SOAP_ENC_ZLIB);
   }
+  // Every request goes out with a Content-Length, which some proxies insist
+  // on. gSOAP's sockets get it built whole and sent in one write, the fastest
+  // way for the small requests that are most of the traffic. The libcurl
+  // transport needs the request in one piece anyway: measured first and then
+  // written straight into it, a large document is held once rather than
+  // twice. Compressed requests can only be measured by building them.
+  bool measure = settings.windows_layer && !settings.compress;
+  soap_->omode = (soap_->omode & ~SOAP_IO) | (measure ? SOAP_IO_BUFFER : SOAP_IO_STORE);
   if (settings.keepalive) {
     soap_set_imode(soap_, SOAP_IO_KEEPALIVE);
     soap_set_omode(soap_, SOAP_IO_KEEPALIVE);
