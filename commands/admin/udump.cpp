@@ -27,7 +27,8 @@ void ScriptLine::Add(const std::string& piece) {
 }
 
 std::string ScriptWord(const std::string& text) {
-  if (!text.empty() && text.find_first_of(" \t\"") == std::string::npos) return text;
+  // A final backslash would join the script's next line to this one.
+  if (!text.empty() && text.find_first_of(" \t\"") == std::string::npos && text.back() != '\\') return text;
   // The tokeniser's rule: backslashes count only in front of a double quote.
   std::string out = "\"";
   size_t slashes = 0;

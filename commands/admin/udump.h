@@ -27,7 +27,8 @@ class ScriptLine {
 };
 
 /// A word as the line tokeniser reads it back: as it stands when it holds no
-/// blank, tab or double quote (and is not empty), else in double quotes.
+/// blank, tab or double quote, is not empty and does not end in a backslash;
+/// else in double quotes.
 std::string ScriptWord(const std::string& text);
 
 /// The file extension ("." and the name) of an export format.

@@ -250,6 +250,8 @@ TEST(ScriptLines, BreakBefore96Columns) {
   EXPECT_EQ(ScriptWord(""), "\"\"");
   EXPECT_EQ(ScriptWord("two words"), "\"two words\"");
   EXPECT_EQ(ScriptWord("say \"hi\" c:\\x\\"), "\"say \\\"hi\\\" c:\\x\\\\\"");
+  // Unquoted, a final backslash would join the next script line to this one.
+  EXPECT_EQ(ScriptWord("c:\\dir\\"), "\"c:\\dir\\\\\"");
   EXPECT_EQ(ExportExtension("native"), ".native");
   EXPECT_EQ(ExportExtension("TM Text"), ".tm_text");
 }
