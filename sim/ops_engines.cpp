@@ -133,7 +133,7 @@ nv__Engine MakeEngine(const Call& call, const State& state, const EngineView& v,
     if (d.selected) {
       if (v.user)
         for (int64_t did : v.user->dics)
-          if (const Dictionary* dic = state.FindDictionary(did))
+          if (const Dictionary* dic = state.FindDictionary(did); dic && state.CanRead(*dic, userid))
             info->list->item.push_back(MakeDictionaryRow(call, *dic, lang));
     } else {
       for (const auto& [did, dic] : state.dictionaries()) {

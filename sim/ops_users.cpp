@@ -277,15 +277,19 @@ void ApplyEngine(Call& call, const State& state, Account& a, const nv__EngineUpd
       Raise(err::kArgument, "Dictionary " + std::to_string(did) + " belongs to " + d->eid);
     if (d->type == lexsim::dtype::kSystem)
       Raise(err::kArgument, "The system dictionary is always used");
-    if (!state.CanRead(*d, a.userid)) {
-      call.Warn(e->eid, a.userid + " may not use dictionary " + std::to_string(did) + "; left out");
-      continue;
-    }
+    // Kept but unused until the owner shares it: a restored account gets its
+    // list before the owners of other users' dictionaries share them again.
+    if (!state.CanRead(*d, a.userid))
+      call.Warn(e->eid, "Dictionary " + std::to_string(did) + " is not shared with " + a.userid +
+                            "; it is used once it is");
     if (std::find(ue.dics.begin(), ue.dics.end(), did) == ue.dics.end()) ue.dics.push_back(did);
   }
   admin::EngineView v = admin::ViewOf(*e, &ue);
   int64_t tech = 0, user = 0;
-  for (int64_t did : ue.dics) (did < lexsim::kFirstUserDid ? tech : user)++;
+  for (int64_t did : ue.dics) {
+    const lexsim::Dictionary* d = state.FindDictionary(did);
+    if (d && state.CanRead(*d, a.userid)) (did < lexsim::kFirstUserDid ? tech : user)++;
+  }
   if (tech > v.max_tech || user > v.max_user)
     Raise(err::kArgument, "Too many dictionaries for " + e->eid + ": at most " +
                               std::to_string(v.max_tech) + " technical and " +

@@ -341,10 +341,7 @@ bool State::CanWrite(const Dictionary& d, const std::string& userid) const {
 void State::PruneSelections() {
   for (auto& [id, a] : users_)
     for (auto& [eid, ue] : a.engines)
-      std::erase_if(ue.dics, [&](int64_t did) {
-        const Dictionary* d = FindDictionary(did);
-        return !d || !CanRead(*d, id);
-      });
+      std::erase_if(ue.dics, [&](int64_t did) { return !FindDictionary(did); });
 }
 
 int MatchRate(const std::string& key, const std::string& source) {

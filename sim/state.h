@@ -288,7 +288,8 @@ class State {
   /// Whether userid may read (use, export, look up) or change the dictionary.
   bool CanRead(const Dictionary& d, const std::string& userid) const;
   bool CanWrite(const Dictionary& d, const std::string& userid) const;
-  /// Drops selections of dictionaries that users may no longer read.
+  /// Drops selections of dictionaries that no longer exist; one that a user
+  /// may not read (yet) stays, unused and unlisted.
   void PruneSelections();
 
   // Engine profiles: EID -> profile name -> profile.

@@ -25,7 +25,7 @@ std::string DictionaryTypeName(int64_t type) {
 bool ReadDisplayText(ExecThread& thread, const char* text,
                      std::pair<std::string, std::string>& display) {
   const char* equals = strchr(text, '=');
-  if (!equals || equals == text) {
+  if (!equals) {
     ThreadPrint(thread, "Invalid display text: %s.\n", text);
     return false;
   }

@@ -225,7 +225,7 @@ void CmdDupdate(ExecThread& thread, ArgVector& args) {
     }
     int64_t did = ResolveDid(frame.positional()[0]);
     if (did == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      ThreadPrint(thread, kMsgInvalidArg, frame.positional()[0]);
       return;
     }
     if (frame.data().settings.dime) frame.AddSelectKey("dime");
@@ -273,7 +273,11 @@ void CmdDcopy(ExecThread& thread, ArgVector& args) {
     int64_t source = ResolveDid(frame.positional()[0]);
     LONG64 target = target_text ? ResolveDid(target_text) : 0;
     LONG64 type = type_text ? DictionaryType(type_text, true) : 0;
-    if (source == 0 || (target_text && target == 0) || (type_text && type == 0)) {
+    if (source == 0 || (target_text && target == 0)) {
+      ThreadPrint(thread, kMsgInvalidArg, source == 0 ? frame.positional()[0] : target_text);
+      return;
+    }
+    if (type_text && type == 0) {
       ThreadPrint(thread, kMsgInvalidArgs);
       return;
     }
@@ -363,7 +367,7 @@ void CmdDchown(ExecThread& thread, ArgVector& args) {
     if (!frame.Scan(kChownOptions, args) || !frame.ExpectPositional(2, 2)) return;
     int64_t did = ResolveDid(frame.positional()[0]);
     if (did == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      ThreadPrint(thread, kMsgInvalidArg, frame.positional()[0]);
       return;
     }
     std::string owner = frame.positional()[1];
@@ -371,7 +375,6 @@ void CmdDchown(ExecThread& thread, ArgVector& args) {
     frame.PrintSelectKeys();
     ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
     ThreadPrint(thread, "Target User:  %s\n", owner.c_str());
-    ThreadPrint(thread, "\n");
 
     nv__ChangeDictionaryOwnerResponse response;
     frame.Check(soap_call_nv__ChangeDictionaryOwner(frame.soap(), frame.endpoint(), "",

@@ -14,6 +14,15 @@
 namespace lexctl {
 namespace {
 
+// A word that starts with a digit is a value, read as far as it goes ("5x" is
+// 5, "0x" is 0, too many digits give the largest value).
+int64_t ReadValue(const std::string& word) {
+  bool hex = word.size() > 1 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X');
+  // Hexadecimal covers all 64 bits; the sign bit is just another flag.
+  if (hex) return static_cast<int64_t>(strtoull(word.c_str() + 2, nullptr, 16));
+  return strtoll(word.c_str(), nullptr, 10);
+}
+
 struct TableOption {
   const char* name;
   FlagTable table;
@@ -62,11 +71,10 @@ void CmdFlags(ExecThread& thread, ArgVector& args) {
 
   std::vector<std::string> names;
   for (const std::string& word : words) {
-    int64_t value = 0;
-    if (ParseFlagNumber(word, value)) {
-      for (std::string& name : FlagNames(value, table)) names.push_back(std::move(name));
+    if (isdigit(static_cast<unsigned char>(word[0]))) {
+      for (std::string& name : FlagNames(ReadValue(word), table)) names.push_back(std::move(name));
     } else {
-      names.push_back(word);  // a malformed number ends up among the invalid flags
+      names.push_back(word);
     }
   }
   FlagFold fold = FoldFlagNames(names, table);

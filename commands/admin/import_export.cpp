@@ -41,8 +41,14 @@ const OptionDef kExportOptions[] = {LEXCTL_COMMON_OPTIONS,
 // The files a pattern names, in the order glob(3) gives them. Folders match
 // patterns too but hold no dictionary source.
 void AppendMatches(const char* pattern, std::vector<std::string>& files) {
+  // "*" and "?" are the only wildcards: brackets and backslashes are plain.
+  std::string plain;
+  for (const char* c = pattern; *c; ++c) {
+    if (*c == '[' || *c == ']' || *c == '\\') plain += '\\';
+    plain += *c;
+  }
   glob_t found{};
-  if (glob(pattern, GLOB_MARK, nullptr, &found) == 0) {
+  if (glob(plain.c_str(), GLOB_MARK, nullptr, &found) == 0) {
     for (size_t i = 0; i < found.gl_pathc; ++i) {
       std::string path = found.gl_pathv[i];
       if (!path.empty() && path.back() != '/') files.push_back(path);

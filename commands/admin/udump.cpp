@@ -3,6 +3,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -69,7 +70,7 @@ constexpr char kUdumpUsage[] =
     "Writes a script of lexctl3 commands, PREFIX_udump.txt, that re-creates the\n"
     "user with all settings, engines and owned dictionaries when it is run with\n"
     "read, and the dictionaries' exported data beside it (e.g. foo_10001.native,\n"
-    "foo_10002.tmtext, and foo_10002.dat for a translation memory's user data).\n"
+    "foo_10002.ty3, and foo_10002.dat for a translation memory's user data).\n"
     "Shares of other users' dictionaries go to PREFIX_udump_dicshares.txt, to be\n"
     "read after the script.\n"
     "Everything is written into the current directory. USERID may hold \"*\"\n"
@@ -133,6 +134,7 @@ class UserDump {
  private:
   const nv__User* FetchUser();
   void FetchOwned(const nv__User& user);
+  bool FetchDetails(OwnedDictionary& o);
   std::string UcreateLine(const nv__User& user) const;
   std::string EngineLines(const nv__User& user) const;
   bool DictionaryLines(OwnedDictionary& d, std::string* out);
@@ -196,34 +198,35 @@ void UserDump::FetchOwned(const nv__User& user) {
   if (user.engines) {
     for (const nv__Engine& e : user.engines->item) take(e);
   }
+}
 
-  for (OwnedDictionary& o : owned_) {
-    ThreadPrint(thread_, "UpdateDictionaryInfo(%s, %" PRId64 ")\n", userid_.c_str(), o.did);
-    RequestFrame info(thread_, " details runas=" + userid_);
-    info.UseSelectKeys();
-    auto* d = soap_new_nv__UpdateDictionaryInfoResponse(info.soap());
-    info.Check(soap_call_nv__UpdateDictionaryInfo(info.soap(), info.endpoint(), "", info.licence(),
-                                                  info.clientid(), info.reqgroup(), info.select(),
-                                                  o.did, nullptr, nullptr, nullptr, nullptr,
-                                                  nullptr, *d));
-    info.Token(d->token);
-    info.Warnings(d->error);
-    if (!d->dic) continue;
-    const nv__DictionaryDetail& x = *d->dic;
-    const char* type = x.type ? FlagName(*x.type, FlagTable::kDicType) : nullptr;
-    o.type_name = type ? type : "USER";
-    o.subject = Text(x.subject);
-    o.languages = Text(x.languages);
-    if (x.alldisplay) {
-      for (const nv__DisplayText& t : x.alldisplay->item) o.display.emplace_back(Text(t.lang), Text(t.text));
-    }
-    if (x.share) o.shares = x.share->item;
-    if (x.details) {
-      o.comment = Text(x.details->comment);
-      o.vender = Text(x.details->vender);
-      if (x.details->userdata && x.details->userdata->__size > 0) o.userdata = x.details->userdata;
-    }
+bool UserDump::FetchDetails(OwnedDictionary& o) {
+  ThreadPrint(thread_, "UpdateDictionaryInfo(%s, %" PRId64 ")\n", userid_.c_str(), o.did);
+  RequestFrame info(thread_, " details runas=" + userid_);
+  info.UseSelectKeys();
+  auto* d = soap_new_nv__UpdateDictionaryInfoResponse(info.soap());
+  info.Check(soap_call_nv__UpdateDictionaryInfo(info.soap(), info.endpoint(), "", info.licence(),
+                                                info.clientid(), info.reqgroup(), info.select(),
+                                                o.did, nullptr, nullptr, nullptr, nullptr,
+                                                nullptr, *d));
+  info.Token(d->token);
+  info.Warnings(d->error);
+  if (!d->dic) return false;
+  const nv__DictionaryDetail& x = *d->dic;
+  const char* type = x.type ? FlagName(*x.type, FlagTable::kDicType) : nullptr;
+  o.type_name = type ? type : "USER";
+  o.subject = Text(x.subject);
+  o.languages = Text(x.languages);
+  if (x.alldisplay) {
+    for (const nv__DisplayText& t : x.alldisplay->item) o.display.emplace_back(Text(t.lang), Text(t.text));
   }
+  if (x.share) o.shares = x.share->item;
+  if (x.details) {
+    o.comment = Text(x.details->comment);
+    o.vender = Text(x.details->vender);
+    if (x.details->userdata && x.details->userdata->__size > 0) o.userdata = x.details->userdata;
+  }
+  return true;
 }
 
 std::string UserDump::UcreateLine(const nv__User& user) const {
@@ -291,10 +294,10 @@ std::string UserDump::EngineLines(const nv__User& user) const {
       }
     }
     std::string shares;
-    if (info && info->list && !info->list->item.empty()) {
-      std::string dids;
+    line.Add(" -engDicAdd \"");
+    if (info && info->list) {
       for (const nv__Dictionary& d : info->list->item) {
-        dids += std::to_string(d.did) + " ";
+        line.Add(std::to_string(d.did) + " ");
         for (const OwnedDictionary& o : owned_) {
           if (o.did != d.did) continue;
           for (const std::string& u : o.shares) {
@@ -303,8 +306,8 @@ std::string UserDump::EngineLines(const nv__User& user) const {
           }
         }
       }
-      line.Add(" -engDicAdd \"" + dids + "\"");
     }
+    line.Add("\"");
     out += line.Finish() + shares;
   }
   return out;
@@ -411,11 +414,6 @@ bool UserDump::WriteShares(const nv__User& user) {
         ScriptLine line("dupdate {{DID_" + did + ":" + did + "}} -runas=" + *d.ownerid);
         line.Add(" -add " + ScriptWord(target_));
         out += line.Finish();
-        // The engine list left it out while it was not shared: put it back.
-        if (e.eid) {
-          out += "uupdate " + target_ + " -engSet " + *e.eid + " -engDicAdd {{DID_" + did + ":" +
-                 did + "}}\n";
-        }
       }
     }
   }
@@ -435,25 +433,30 @@ bool UserDump::Run() {
   FetchOwned(*user);
 
   std::string script_name = prefix_ + "_udump.txt";
-  FILE* script = fopen(script_name.c_str(), "wb");
+  std::unique_ptr<FILE, int (*)(FILE*)> script(fopen(script_name.c_str(), "wb"), fclose);
   if (!script) {
     ThreadPrint(thread_, "Failed to create output file: %s\n", script_name.c_str());
     return false;
+  }
+  // The engine lines come first in the script but need what each
+  // dictionary's details say about its shares.
+  std::string dictionaries;
+  bool ok = true;
+  for (OwnedDictionary& d : owned_) {
+    FetchDetails(d);
+    if (!DictionaryLines(d, &dictionaries)) {
+      ok = false;
+      break;
+    }
   }
   std::string text = "setopt utf8 true\n";
   text += "udelete -force " + target_ + "\n";
   text += UcreateLine(*user);
   text += EngineLines(*user);
-  bool ok = true;
-  for (OwnedDictionary& d : owned_) {
-    if (!DictionaryLines(d, &text)) {
-      ok = false;
-      break;
-    }
-  }
+  text += dictionaries;
   if (ok) text += RelinkLines(*user);
-  bool written = fwrite(text.data(), 1, text.size(), script) == text.size();
-  written = fclose(script) == 0 && written;
+  bool written = fwrite(text.data(), 1, text.size(), script.get()) == text.size();
+  written = fclose(script.release()) == 0 && written;
   if (!written) {
     ThreadPrint(thread_, "Failed to write output file: %s\n", script_name.c_str());
     return false;

@@ -52,7 +52,7 @@ enum UserOptionId : int {
 extern const OptionDef kUserUpdateOptions[];
 
 /// The select keys -all stands for.
-inline constexpr char kAllSelectKeys[] = " engines dic engineprop profiles propdef limits userprop";
+inline constexpr char kAllSelectKeys[] = " user engines dic engineprop profiles propdef limits userprop";
 
 /// One engine definition opened by -engAdd, -engSet or -engDel.
 struct EngineEdit {

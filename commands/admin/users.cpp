@@ -204,7 +204,6 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
       int status = soap_call_nv__CreateUser(frame.soap(), frame.endpoint(), "", frame.licence(),
                                             frame.clientid(), frame.reqgroup(), frame.select(),
                                             nullptr, update, tpl.empty() ? nullptr : &tpl, r);
-      if (status != SOAP_OK) ThreadPrint(thread, "\n");
       frame.Check(status);
       frame.Token(r.token);
       ThreadPrint(thread, "OK.\n");
@@ -216,7 +215,6 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
       int status = soap_call_nv__UpdateUser(frame.soap(), frame.endpoint(), "", frame.licence(),
                                             frame.clientid(), frame.reqgroup(), frame.select(),
                                             nullptr, update, r);
-      if (status != SOAP_OK) ThreadPrint(thread, "\n");
       frame.Check(status);
       frame.Token(r.token);
       ThreadPrint(thread, " OK.\n");
@@ -253,6 +251,11 @@ void CmdUget(ExecThread& thread, ArgVector& args) {
     PrintEngineFilter(thread, query);
     for (const std::string& id : ids) ThreadPrint(thread, "User ID:      %s\n", id.c_str());
     ThreadPrint(thread, "\n");
+    // An empty list would ask for the caller: a pattern matched nobody.
+    if (ids.empty()) {
+      ThreadPrint(thread, "No users found\n");
+      return;
+    }
     nv__StringArray who;
     who.item = ids;
     nv__GetUserResponse r;
@@ -281,8 +284,7 @@ void CmdUlist(ExecThread& thread, ArgVector& args) {
     if (!frame.Scan(kUlistOptions, args) || !frame.ExpectPositional(0, 1)) return;
     std::string pattern = frame.positional().empty() ? "" : frame.positional()[0];
     frame.PrintSelectKeys();
-    if (!pattern.empty()) ThreadPrint(thread, "UserId:       %s\n", pattern.c_str());
-    ThreadPrint(thread, "\n");
+    ThreadPrint(thread, "UserId:       %s\n", pattern.c_str());
     nv__GetUserListResponse r;
     frame.Check(soap_call_nv__GetUserList(frame.soap(), frame.endpoint(), "", frame.licence(),
                                           frame.clientid(), frame.reqgroup(), frame.select(),
@@ -314,7 +316,6 @@ void CmdUdelete(ExecThread& thread, ArgVector& args) {
     }
     frame.PrintSelectKeys();
     for (const std::string& id : ids) ThreadPrint(thread, "User ID:      %s\n", id.c_str());
-    ThreadPrint(thread, "\n");
     nv__StringArray who;
     who.item = ids;
     nv__DeleteUserResponse r;

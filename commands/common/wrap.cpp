@@ -45,15 +45,12 @@ std::string WrapText(std::string_view text, std::string_view first_prefix,
   for (size_t at = 0; at < text.size();) {
     unsigned code;
     size_t size = NextChar(text, at, code);
-    if (code == '\n' || used >= limit) {
+    // Cut by count alone: a line feed in the text is one more character.
+    if (used >= limit) {
       out += '\n';
       out += next_prefix;
       limit = next_limit;
       used = 0;
-      if (code == '\n') {
-        at += size;
-        continue;
-      }
     }
     out.append(text, at, size);
     used += code < 255 ? 1 : 2;

@@ -173,6 +173,7 @@ void CmdParse(ExecThread& thread, ArgVector& args) {
         input.Assemble(frame, "File parse cannot have other blocks specified.\n");
     if (!blocks) return;
     input.PrintHeader(frame, true);
+    if (!input.OpenOutput(thread)) return;
 
     nv__ParseTextResponse response;
     frame.Check(soap_call_nv__ParseText(frame.soap(), frame.endpoint(), "", frame.licence(),
@@ -199,7 +200,7 @@ void CmdSplit(ExecThread& thread, ArgVector& args) {
       return;
     }
     nv__SourceBlockArray* blocks =
-        input.Assemble(frame, "File split cannot have other blocks specified.\n");
+        input.Assemble(frame, "File translation cannot have other blocks specified.\n");
     if (!blocks) return;
     input.PrintHeader(frame, frame.eid_given());
 

@@ -196,10 +196,10 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
     if (!ReadFileData(thread, path, req.documents.back()) || !FitsRequest(thread, path, req.documents.back())) return;
   }
   std::string type = multi || req.indata_files.empty() ? "" : InputTypeOf(req.indata_files.front());
-  // The request has no field for the input type; it travels as a select key.
-  if (!type.empty()) frame.AddSelectKey("intype=" + type);
-
   frame.PrintSelectKeys();
+  // The request has no field for the input type; it travels as a select key,
+  // which the header shows as "Input Type:" rather than among the user's keys.
+  if (!type.empty()) frame.AddSelectKey("intype=" + type);
   if (!req.rules_file.empty()) ThreadPrint(thread, "Rules File:   %s\n", req.rules_file.c_str());
   if (multi) {
     ThreadPrint(thread, "Input Data:   %d blocks\n",
@@ -209,7 +209,6 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
     if (!type.empty()) ThreadPrint(thread, "Input Type:   %s\n", type.c_str());
   }
   if (!req.outdata.empty()) ThreadPrint(thread, "Output File:  %s\n", req.outdata.c_str());
-  ThreadPrint(thread, "\n");
 
   struct soap* soap = frame.soap();
   nv__EngineSelect* select_engine = req.noengine ? nullptr : frame.engine();
@@ -323,7 +322,6 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
     frame.PrintSelectKeys();
     ThreadPrint(thread, "XSLT File:    %s (%d bytes)\n", transform.c_str(), static_cast<int>(xslt.size()));
     ThreadPrint(thread, "XML File:     %s (%d bytes)\n", input.c_str(), static_cast<int>(xml.size()));
-    ThreadPrint(thread, "\n");
 
     struct soap* soap = frame.soap();
     xsd__base64Binary xml_data{}, xslt_data{};

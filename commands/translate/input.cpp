@@ -1,5 +1,7 @@
 #include "commands/translate/input.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 
 #include "client/frame.h"
@@ -49,7 +51,11 @@ std::string* Optional(struct soap* soap, const std::string& text) {
 bool ParseSourceBlock(ExecThread* thread, std::string_view argument, ParsedBlock& block) {
   block = ParsedBlock();
   size_t equals = argument.find('=');
-  if (equals != std::string_view::npos && equals <= kMaxLangPrefix) {
+  size_t prefix_chars = 0;  // the limit counts characters, not bytes
+  for (size_t i = 0; equals != std::string_view::npos && i < equals; ++i) {
+    if (!IsContinuation(argument[i])) ++prefix_chars;
+  }
+  if (equals != std::string_view::npos && prefix_chars <= kMaxLangPrefix) {
     block.lang = std::string(argument.substr(0, equals));
     argument.remove_prefix(equals + 1);
   }
@@ -208,12 +214,30 @@ void TextInput::PrintHeader(RequestFrame& frame, bool engine_line) const {
   ThreadPrint(thread, "\n");
 }
 
-bool TextInput::WriteOutput(ExecThread& thread, const std::string* text) const {
-  if (!text) {
-    ThreadPrint(thread, "Failed to generate text block.\n");
+bool TextInput::OpenOutput(ExecThread& thread) {
+  if (!has_output()) return true;
+  struct stat info;
+  bool existed = stat(output_file_.c_str(), &info) == 0;
+  // Appending opens without truncating what may still be the input.
+  FILE* file = existed && S_ISDIR(info.st_mode) ? nullptr : fopen(output_file_.c_str(), "ab");
+  if (!file) {
+    ThreadPrint(thread, "Unable to open file: %s\n", output_file_.c_str());
     return false;
   }
-  return WriteSignedFile(thread, output_file_, *text);
+  fclose(file);
+  created_ = !existed;
+  return true;
+}
+
+bool TextInput::WriteOutput(ExecThread& thread, const std::string* text) {
+  written_ = true;
+  bool ok = WriteSignedFile(thread, output_file_, text ? *text : std::string());
+  if (ok && !text) ThreadPrint(thread, "Failed to generate text block.\n");
+  return ok && text;
+}
+
+TextInput::~TextInput() {
+  if (created_ && !written_) remove(output_file_.c_str());
 }
 
 }  // namespace lexctl

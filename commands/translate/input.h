@@ -84,9 +84,21 @@ class TextInput {
   /// "Input File:", "Output File:", then an empty line.
   void PrintHeader(RequestFrame& frame, bool engine_line) const;
 
+  /// Makes sure the output file can be written before anything is sent
+  /// ("Unable to open file: %s\n" otherwise). True when there is none.
+  bool OpenOutput(ExecThread& thread);
+
   /// Writes text to the output file after the UTF-8 signature; null text
-  /// prints "Failed to generate text block.\n". False on failure.
-  bool WriteOutput(ExecThread& thread, const std::string* text) const;
+  /// leaves the signature alone and prints "Failed to generate text
+  /// block.\n". False on failure.
+  bool WriteOutput(ExecThread& thread, const std::string* text);
+
+  TextInput() = default;
+  TextInput(const TextInput&) = delete;
+  TextInput& operator=(const TextInput&) = delete;
+  /// A file that OpenOutput created and that was never written (the call
+  /// failed) is removed again.
+  ~TextInput();
 
   const std::string& input_file() const { return input_file_; }
   /// FILE.out for -file, else -outdata; empty: results go to the screen.
@@ -100,6 +112,8 @@ class TextInput {
   std::string outdata_;
   std::string output_file_;
   bool named_output_ = false;  // -file: FILE.out whatever -outdata says
+  bool created_ = false;       // OpenOutput made the file
+  bool written_ = false;
 };
 
 }  // namespace lexctl

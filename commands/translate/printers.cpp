@@ -365,7 +365,7 @@ void PrintTrackInfo(ExecThread& thread, const std::string& org_track, const std:
   auto txn = txn_track ? Groups(*txn_track, 2) : std::vector<std::vector<long>>();
   ThreadPrint(thread, "\nTrack Info:\n");
   for (size_t i = 0; i < org.size(); ++i) {
-    ThreadPrint(thread, "  %3d: ", static_cast<int>(i + 1));
+    ThreadPrint(thread, "  %3d: ", static_cast<int>(i));
     if (org[i].empty()) {
       ThreadPrint(thread, "%s invalid track format\n", "org");
     } else {
@@ -390,7 +390,7 @@ void PrintEquiv(ExecThread& thread, const nv__TranslateEquiv& equiv, const std::
   for (size_t i = 0; i < org.size() || i < txn.size(); ++i) {
     std::string line = indent;
     char number[16];
-    snprintf(number, sizeof number, "  %3d: ", static_cast<int>(i + 1));
+    snprintf(number, sizeof number, "  %3d: ", static_cast<int>(i));
     line += number;
     if (i >= org.size()) {
       line += "org missing\n";

@@ -60,15 +60,18 @@ void RunText(ExecThread& thread, ArgVector& args, const OptionDef* table, Call c
     bool ok = frame.Scan(table, args, [&](const OptionScanner& option) {
       if (input.TakeOption(option)) return true;
       if (option.id() == kTextSimple) print.simple = true;
-      if (option.id() == kTextTestFormat) print.test = true;
+      if (option.id() == kTextTestFormat) {
+        print.test = true;
+        frame.AddSelectKey("equiv");
+      }
       return true;
     });
     if (!ok) return;
-    if (print.test) frame.AddSelectKey("equiv");
     nv__SourceBlockArray* blocks =
         input.Assemble(frame, "File translation cannot have other blocks specified.\n");
     if (!blocks) return;
     input.PrintHeader(frame, true);
+    if (!input.OpenOutput(thread)) return;
     print.memory = frame.eid() == kMemoryEngine;
 
     Response response;
@@ -80,7 +83,7 @@ void RunText(ExecThread& thread, ArgVector& args, const OptionDef* table, Call c
       size_t count = CheckBlockCount(thread, blocks->item.size(), received ? received->item.size() : 0);
       std::string translation;
       bool built = count > 0 && BuildTranslation(received->item[0], translation);
-      input.WriteOutput(thread, built ? &translation : nullptr);
+      if (!input.WriteOutput(thread, built ? &translation : nullptr)) return;
     } else {
       PrintBlocks(thread, blocks, received, print);
     }
@@ -121,10 +124,10 @@ void CmdStext(ExecThread& thread, ArgVector& args) {
       return;
     }
     if (!frame.ExpectPositional(1, 1)) return;
-    // Only the track markers travel: the operation has no phrase or language,
-    // so a leading "=" keeps an "a=b" text whole.
+    // Parsed like any text argument; only text and track travel, the
+    // operation has no place for a language or phrases.
     ParsedBlock block;
-    ParseSourceBlock(&thread, std::string("=") + frame.positional()[0], block);
+    ParseSourceBlock(&thread, frame.positional()[0], block);
     frame.PrintSelectKeys();
     frame.PrintEngine();
     ThreadPrint(thread, "\n");
@@ -139,9 +142,6 @@ void CmdStext(ExecThread& thread, ArgVector& args) {
     std::string translation = response.text ? *response.text : "";
     PrintWrapped(thread, block.text, "  org: ", "     : ");
     PrintWrapped(thread, translation, "  txn: ", "     : ");
-    if (!block.track.empty()) {
-      PrintTrackInfo(thread, block.track, response.track, block.text, translation);
-    }
     if (response.equiv) {
       ThreadPrint(thread, "\n");
       PrintEquiv(thread, *response.equiv, block.text, translation, "");
@@ -187,14 +187,15 @@ void CmdStext(ExecThread& thread, ArgVector& args) {
   "    -pattern    Phrase pattern for the next text block.\n"                                  \
   "    -setword    Change-translation instruction for the next text block;\n"                  \
   "                several are separated by ';'.\n"                                            \
-  "    -file       Translate a file as one block; the translation goes to FILE.out.\n"         \
+  "    -file       Translate a file as one block; output goes to FILE.out.\n"                  \
   "    -simple     Show only the translation of each block.\n"                                 \
   "    -testfmt    Summary output for unit tests (asks for equiv info).\n"                     \
   "    -indata     Translate a file as one block.\n"                                           \
   "    -outdata    Write the translation to OUTFILE.\n"                                        \
   "    --          End of options: every later word is a text block.\n"                        \
-  "\nA text block may start with LANG= to give its source language. Markers @@N ... @@N\n"  \
-  "(track) and ##N ... ##N or ##N/TYPE/ ... ##N (phrase), N a digit, mark spans.\n"
+  "\nA text block may start with LANG= to give its source language. Markers\n"                 \
+  "@@N ... @@N (track) and ##N ... ##N or ##N/TYPE/ ... ##N (phrase), N a digit,\n"           \
+  "mark spans.\n"
 
 }  // namespace
 

@@ -16,6 +16,8 @@ A case file is a script followed by sections that start with a line
   #### stdout LAYER   expected standard output for one comms layer only
 Without an args section the script is run with --script. Volatile values
 (times, durations, the working folder) are normalised in the actual output.
+With LEXCTL_E2E_ACCEPT=1 in the environment a failing output section is
+rewritten with what the run printed; review the case's diff before committing.
 """
 import glob
 import os
@@ -149,16 +151,36 @@ def main():
             elif name.startswith("absent "):
                 if glob.glob(os.path.join(cwd, name[7:])):
                     failures.append(f"{name}: file exists")
+        accepted = {}
         for name, actual, expected in checks:
             if actual != expected:
                 failures.append(f"--- {name}: expected ---\n{expected}--- {name}: actual ---\n{actual}")
+                accepted[name] = actual
         want_exit = int(sections.get("exit", "0").strip() or 0)
         if proc.returncode != want_exit:
             failures.append(f"exit status {proc.returncode}, expected {want_exit}")
+    if failures and accepted and os.environ.get("LEXCTL_E2E_ACCEPT") == "1":
+        accept(case, accepted, layer)
     if failures:
         print("\n".join(failures))
         return 1
     return 0
+
+
+def accept(case, accepted, layer):
+    """Writes the actual output into the case's sections."""
+    sections, order = parse(case)
+    for name, actual in accepted.items():
+        if name == "stdout" and layer and f"stdout {layer}" in sections:
+            name = f"stdout {layer}"
+        if name not in sections:
+            order.append(name)
+        sections[name] = actual
+    with open(case, "w", encoding="utf-8", newline="") as f:
+        for name in order:
+            if name != "script":
+                f.write(f"#### {name}\n")
+            f.write(sections[name])
 
 
 if __name__ == "__main__":

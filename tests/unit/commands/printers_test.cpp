@@ -28,7 +28,11 @@ TEST(Wrap, SeventyEightColumnsWithDoubleWidthCharacters) {
   EXPECT_EQ(WrapText(std::string(70, 'a') + "\xC3\xBF" + "b", "  org: ", "     : "),
             "  org: " + std::string(70, 'a') + "\xC3\xBF\n     : b\n");
   EXPECT_EQ(WrapText("", "  txn: ", "     : "), "  txn: \n");
-  EXPECT_EQ(WrapText("a\nb", "> ", ". "), "> a\n. b\n");
+  // A line feed is one more character: it neither resets the count nor
+  // brings a prefix.
+  EXPECT_EQ(WrapText("a\nb", "> ", ". "), "> a\nb\n");
+  EXPECT_EQ(WrapText(std::string(69, 'a') + "\nbc", "  org: ", "     : "),
+            "  org: " + std::string(69, 'a') + "\nb\n     : c\n");
 }
 
 TEST(Wrap, CharacterSpansClipToTheText) {
@@ -85,9 +89,9 @@ TEST_F(BlockPrinter, MalformedRepliesPrintWhatTheyCan) {
             "  org: A b c\n"
             "  txn: X  y\n"
             "\nTrack Info:\n"
-            "    1: org start   2 length   1 text ]b[\n"
+            "    0: org start   2 length   1 text ]b[\n"
             "       txn invalid track format\n"
-            "    2: org start   0 length   1 text ]A[\n"
+            "    1: org start   0 length   1 text ]A[\n"
             "       txn missing\n"
             "\n"
             " Machine Translation (-1, -1) (ja)\n"
