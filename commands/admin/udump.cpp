@@ -332,11 +332,9 @@ bool UserDump::DictionaryLines(OwnedDictionary& d, std::string* out) {
     create.Add(" -userdata " + ScriptWord(file));
   }
   *out += create.Finish();
-  if (!d.shares.empty()) {
-    ScriptLine share("dupdate -runas " + target_ + " LAST");
-    for (const std::string& u : d.shares) share.Add(" -add " + ScriptWord(u));
-    *out += share.Finish();
-  }
+  ScriptLine share("dupdate -runas " + target_ + " LAST");
+  for (const std::string& u : d.shares) share.Add(" -add " + ScriptWord(u));
+  *out += share.Finish();
   *out += "setvar DID_" + did + " {{LAST}}\n";
 
   if (d.format.empty()) {

@@ -199,7 +199,10 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
   frame.PrintSelectKeys();
   // The request has no field for the input type; it travels as a select key,
   // which the header shows as "Input Type:" rather than among the user's keys.
-  if (!type.empty()) frame.AddSelectKey("intype=" + type);
+  if (!type.empty()) {
+    frame.AddSelectKey("intype=" + type);
+    frame.UseSelectKeys();
+  }
   if (!req.rules_file.empty()) ThreadPrint(thread, "Rules File:   %s\n", req.rules_file.c_str());
   if (multi) {
     ThreadPrint(thread, "Input Data:   %d blocks\n",
