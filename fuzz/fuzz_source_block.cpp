@@ -43,7 +43,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   lexctl::ParsedBlock block;
   bool ok = lexctl::ParseSourceBlock(nullptr, argument, block);
   if (block.lang) {
-    if (block.lang->size() > 7 || block.lang->find('=') != std::string::npos) abort();
+    // At most seven characters; a character may take several bytes.
+    if (Characters(*block.lang) > 7 || block.lang->find('=') != std::string::npos) abort();
     argument.remove_prefix(block.lang->size() + 1);
   }
   if (!ok) {
