@@ -134,7 +134,7 @@ class UserDump {
  private:
   const nv__User* FetchUser();
   void FetchOwned(const nv__User& user);
-  bool FetchDetails(OwnedDictionary& o);
+  void FetchDetails(OwnedDictionary& o);
   std::string UcreateLine(const nv__User& user) const;
   std::string EngineLines(const nv__User& user) const;
   bool DictionaryLines(OwnedDictionary& d, std::string* out);
@@ -200,7 +200,7 @@ void UserDump::FetchOwned(const nv__User& user) {
   }
 }
 
-bool UserDump::FetchDetails(OwnedDictionary& o) {
+void UserDump::FetchDetails(OwnedDictionary& o) {
   ThreadPrint(thread_, "UpdateDictionaryInfo(%s, %" PRId64 ")\n", userid_.c_str(), o.did);
   RequestFrame info(thread_, " details runas=" + userid_);
   info.UseSelectKeys();
@@ -211,7 +211,7 @@ bool UserDump::FetchDetails(OwnedDictionary& o) {
                                                 nullptr, *d));
   info.Token(d->token);
   info.Warnings(d->error);
-  if (!d->dic) return false;
+  if (!d->dic) return;
   const nv__DictionaryDetail& x = *d->dic;
   const char* type = x.type ? FlagName(*x.type, FlagTable::kDicType) : nullptr;
   o.type_name = type ? type : "USER";
@@ -226,7 +226,6 @@ bool UserDump::FetchDetails(OwnedDictionary& o) {
     o.vender = Text(x.details->vender);
     if (x.details->userdata && x.details->userdata->__size > 0) o.userdata = x.details->userdata;
   }
-  return true;
 }
 
 std::string UserDump::UcreateLine(const nv__User& user) const {
