@@ -1,45 +1,42 @@
-# A tour of the lexctl3 script language: variables, procedures, loops,
-# threads, timers and a tee file. Run it with:  lexctl3 --script examples/demo.lex
+# A short tour of lexctl3. scripts/demo.sh runs it against lexsim and sets
+# {{server}}; against a server of your own, in a scratch folder:
+#   lexctl3 "setvar server https://HOST:PORT" --script demo.lex
 tee demo-output.txt
-setvar greeting Hello
-setvar target "script writer"
-echo {{greeting}}, {{target}}!
-echo Missing variables fall back to a default: {{colour:blue}}
+@setopt server {{server:localhost}}
+@setopt userid admin
+@setopt passwd admin
+versions
 
-/*
-Procedures are stretches of the script, called by name
-and repeated with loop.
-*/
+; Translate a sentence, then a text file line by line (into tour-notes.txn.txt)
+text "The old cat sleeps."
+tfile tour-notes.txt
+
+; Look a word up
+lookup cat
+
+; As the administrator: a new user, and a dictionary of her own
+ucreate alice -userPass alice-pw -userName "Alice Example"
+dcreate -runas alice -subject Travel -display "en=Travel words"
+dadd LAST -runas alice "ticket = 切符 [noun]"
+dimport LAST -runas alice tour-words.txt
+dexport LAST -runas alice alice-travel
+; The new entries translate for her
+text -simple -runas alice "The train ticket is at the station."
+; A script that re-creates alice with her dictionary, for a backup
+udump alice
+
+; The script language: variables, procedures, loops, threads and timers
+setvar greeting Hello
 proc begin visit
 setvar visits {{UNIQ}}
-echo visit number {{visits}} on thread {{TNAME}}
+echo {{greeting}} from visit {{visits}} on thread {{TNAME}}
 proc end
-
-timer start demo "demo timer"
-loop visit count 3
-timer lap demo
-@echo (the @ prefix runs a line without echoing it)
-echo Tabs\tand "quoted   blanks" are kept as written.
-
-# Threads run scripts side by side; they share variables.
-threads start worker examples/worker.lex
+timer start tour "the tour"
+loop visit count 2
+threads start worker worker.lex
 threads join worker
 echo The worker left a message: {{worker_message}}
-
-# The server: lexsim when run from scripts/demo.sh, which sets {{server}};
-# a default after ":" cannot itself hold a colon, hence "localhost" alone.
-setopt server {{server:localhost}}
-versions
-test -string "Hello, Lexary" -number 42
-setopt userid admin
-setopt passwd admin
-pwhash -h
-creates full
-test -string "signed with the session token"
-ends
-
-timer stop demo
-timer tell demo
-setvar
+timer stop tour
+timer tell tour
 tee
 echo Everything above was copied to demo-output.txt.

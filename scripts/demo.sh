@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The main job: build lexctl3 and lexsim, start lexsim on a free loopback
-# port, run the demo script against it, and stop lexsim again.
+# port, take the tour of examples/demo.lex against it, and stop lexsim again.
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/setup.sh"
@@ -16,8 +16,14 @@ for _ in $(seq 100); do
   [ -s "$work/url" ] && break
   sleep 0.1
 done
-url=$(head -n 1 "$work/url")
-server=${url%/nvsoap/nvsoap.cgi}
+server=$(head -n 1 "$work/url")
 echo "lexsim is listening on $server"
-cd "$top"
-"$build/app/lexctl3" "@setvar server $server" --script examples/demo.lex
+# The tour writes its files (translations, exports, the user dump) into a
+# scratch folder, listed at the end and removed with it.
+cp "$top"/examples/* "$work/"
+cd "$work"
+"$build/app/lexctl3" "@setvar server $server" --script demo.lex
+echo
+echo "The tour wrote: $(ls | grep -v -e '^url$' -e '^lexsim.err$' -e '\.lex$' | tr '\n' ' ')"
+echo "tour-notes.txn.txt:"
+cat tour-notes.txn.txt

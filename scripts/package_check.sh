@@ -37,7 +37,7 @@ sim_pid=$!
 for _ in $(seq 100); do [ -s sim.out ] && break; sleep 0.1; done
 url=$(head -n 1 sim.out)
 case "$url" in http://127.0.0.1:*) ;; *) fail "lexsim did not start: $(cat sim.out)" ;; esac
-server=${url%%/nvsoap/*}
+server=$url
 for layer in windows gsoap; do
   out=$(timeout 60 "$root/usr/bin/lexctl3" "setopt server $server" "setopt commslayer $layer" \
           versions "test -string hello" </dev/null 2>&1) || fail "lexctl3 failed on $layer: $out"

@@ -164,16 +164,17 @@ int main(int argc, char** argv) {
 
   lexsim::Env env{state, opts, log};
   lexsim::Server server(env);
-  std::string url;
-  if (!server.Start(&url, &error)) {
+  std::string address;
+  if (!server.Start(&address, &error)) {
     std::fprintf(stderr, "lexsim: %s\n", error.c_str());
     return 1;
   }
   StateSaver saver(state, opts.state_file);
   if (!opts.state_file.empty()) saver.Start();
-  std::printf("%s\n", url.c_str());
+  // The first line is what "setopt server" takes; the client adds the path.
+  std::printf("%s\nEndpoint path: %s\n", address.c_str(), lexsim::kServicePath);
   std::fflush(stdout);
-  log.Write("listening on " + url);
+  log.Write("listening on " + address + lexsim::kServicePath);
 
   server.Run();
 

@@ -217,7 +217,7 @@ void Server::Configure(struct soap* soap) const {
   soap->accept_timeout = -200000;
 }
 
-bool Server::Start(std::string* url, std::string* error) {
+bool Server::Start(std::string* address, std::string* error) {
   const Options& o = env_.opts;
   master_ = soap_new2(SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING, SOAP_IO_KEEPALIVE | SOAP_C_UTFSTRING);
   Configure(master_);
@@ -256,8 +256,7 @@ bool Server::Start(std::string* url, std::string* error) {
     port = ntohs(addr.ss_family == AF_INET6 ? reinterpret_cast<sockaddr_in6*>(&addr)->sin6_port
                                             : reinterpret_cast<sockaddr_in*>(&addr)->sin_port);
   std::string host = o.host.find(':') != std::string::npos ? "[" + o.host + "]" : o.host;
-  *url = std::string(tls_ ? "https" : "http") + "://" + host + ":" + std::to_string(port) +
-         kServicePath;
+  *address = std::string(tls_ ? "https" : "http") + "://" + host + ":" + std::to_string(port);
   return true;
 }
 

@@ -25,8 +25,9 @@ class Server {
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  /// Binds the listening socket and loads the TLS key; on success *url is the service URL.
-  bool Start(std::string* url, std::string* error);
+  /// Binds the listening socket and loads the TLS key; on success *address is
+  /// the scheme, host and port, without the service path.
+  bool Start(std::string* address, std::string* error);
   /// Accepts connections and hands them to the workers until Stop(); then drains them.
   void Run();
   /// Safe from a signal handler.

@@ -36,7 +36,7 @@ start() {
   echo "$name did not start: $(cat "$tmp/$name.err")" >&2
   exit 1
 }
-lexsim_url=$(start lexsim "$lexsim" --port 0 --threads 8)
+lexsim_url=$(start lexsim "$lexsim" --port 0 --threads 8)/nvsoap/nvsoap.cgi
 reference_url=$(start reference "$reference" 0)
 
 # One TestEcho as the generated client sends it; both servers must echo it correctly.

@@ -237,7 +237,8 @@ void TranslateFile(RequestFrame& frame, const TfileRun& run,
             }
           }
         }
-        if (run.errors) txn.Write(status.empty() ? "OK\t" : "ERROR: " + status + "\t");
+        // An empty line was not sent: it has no status and stays empty.
+        if (run.errors && line.send) txn.Write(status.empty() ? "OK\t" : "ERROR: " + status + "\t");
         txn.Write(run.selection.escape ? tfile::EncodeEscapes(text) : text);
         txn.Write(line.end);
         if (org.is_open()) {

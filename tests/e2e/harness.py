@@ -15,6 +15,11 @@ def stop_process(proc):
         proc.wait()
 
 
+def endpoint_path(line):
+    """The path from lexsim's second line, "Endpoint path: /PATH"."""
+    return line.strip().split(": ", 1)[1]
+
+
 def free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))

@@ -28,7 +28,7 @@ import subprocess
 import sys
 import tempfile
 
-from harness import stop_process
+from harness import endpoint_path, stop_process
 
 NORMALISE = [
     (re.compile(r"Elapsed time \d+\.\d{3} seconds\."), "Elapsed time <SECS> seconds."),
@@ -81,8 +81,8 @@ class Lexsim:
         if not line.startswith("http"):
             self.stop()
             raise RuntimeError(f"lexsim did not start: {line!r}")
-        self.url = line
-        self.server = line[: line.index("/", line.index("//") + 2)]
+        self.server = line
+        self.url = line + endpoint_path(self.proc.stdout.readline())
 
     def stop(self):
         stop_process(self.proc)

@@ -47,8 +47,8 @@ def start_lexsim(path):
     line = proc.stdout.readline().decode().strip() if ready else ""
     if not line.startswith("http://"):
         stop_lexsim(proc)
-        sys.exit(f"lexsim did not print its URL (got {line!r})")
-    return proc, line
+        sys.exit(f"lexsim did not print its address (got {line!r})")
+    return proc, line + proc.stdout.readline().decode().strip().split(": ", 1)[1]
 
 
 def stop_lexsim(proc):

@@ -32,8 +32,7 @@ class Sim:
     def __init__(self, binary, cwd):
         self.proc = subprocess.Popen([binary, "--host", "127.0.0.1", "--port", "0"], cwd=cwd,
                                      stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        url = self.proc.stdout.readline().strip()
-        self.url = url[: url.index("/", url.index("//") + 2)]
+        self.url = self.proc.stdout.readline().strip()
 
     def stop(self):
         stop_process(self.proc)

@@ -51,9 +51,9 @@ LexsimProcess::LexsimProcess(std::vector<std::string> args) {
   close(out[0]);
   if (line.find('\n') == std::string::npos) {
     Stop();
-    throw std::runtime_error("lexsim did not print its URL");
+    throw std::runtime_error("lexsim did not print its address");
   }
-  url_ = line.substr(0, line.find('\n'));
+  url_ = line.substr(0, line.find('\n')) + "/nvsoap/nvsoap.cgi";
 }
 
 LexsimProcess::~LexsimProcess() { Stop(); }
