@@ -29,7 +29,7 @@ def main():
         finally:
             sim.stop()
         out = proc.stdout
-        bad = [w for w in ("FAILED", "EXCEPTION", "Invalid", "Unable", "Errors occurred", "Unknown") if w in out]
+        bad = [w for w in ("FAILED", "EXCEPTION", "Invalid", "Unable", "Errors occurred", "Unknown command") if w in out]
         if proc.returncode != 0 or bad or proc.stderr:
             failures.append(f"status {proc.returncode}, {bad}\n{out[-3000:]}\n{proc.stderr[-2000:]}")
 
