@@ -43,7 +43,7 @@ def main():
             failures.append("export: " + export)
         if "ucreate alice" not in text("alice_udump.txt"):
             failures.append("udump: " + text("alice_udump.txt"))
-        if "Everything above was copied" not in text("demo-output.txt"):
+        if "The worker left a message: hello" not in text("demo-output.txt"):
             failures.append("tee: " + text("demo-output.txt")[-500:])
     return report("demo_tour", failures, checks=5)
 
