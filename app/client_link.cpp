@@ -32,8 +32,26 @@ std::unique_ptr<ThreadData> NewThreadData(ExecThread& thread, const ThreadData* 
   if (auto* source = dynamic_cast<const LocalData*>(parent)) {
     return std::make_unique<LocalData>(&thread, *source);
   }
-  return std::make_unique<LocalData>(&thread);
+  auto data = std::make_unique<LocalData>(&thread);
+  // The main thread is made before lexctl3.cfg runs: the environment gives
+  // the defaults (a password kept out of the process list) and the file
+  // still overrides them. Started threads copy their creator's settings.
+  if (thread.is_main()) ApplyEnvironmentSettings(*data);
+  return data;
 }
+
+// Words after which the console completes file names: the commands whose
+// arguments are files and the options whose value is a file.
+const char* const kFileWords[] = {
+    "tran", "tmulti", "tfile", "recode", "dimport", "dexport",
+    "-file", "-indata", "-infile", "-rules", "-input", "-transform", "-userdata", "-binary",
+    "-outdata", "-outfile", "-output", "-outdir", "-downfile", nullptr,
+};
+
+// Options whose value is a password wherever they stand on a line; the
+// console keeps such lines out of its history file (as do the rows marked
+// CMDF_SECRET: passwd, pwhash, setopt passwd, setopt sslkeypass).
+const char* const kSecretOptions[] = {"-userPass", nullptr};
 
 // OpenSSL initialises itself on first use; gSOAP's eager set-up of every
 // cipher would cost each start-up several milliseconds.
@@ -87,6 +105,8 @@ void LinkClient() {
   binding.make_prompt = ClientPrompt;
   binding.create_thread_data = NewThreadData;
   binding.global_init = ClientGlobalInit;
+  binding.file_words = kFileWords;
+  binding.secret_options = kSecretOptions;
   RegisterClient(binding);
 }
 

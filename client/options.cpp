@@ -53,6 +53,14 @@ void SetProp(ExecThread& thread, LocalData& data, const std::string& value) {
   properties[key] = val;
 }
 
+// An https server switches to the windows layer, which carries https.
+// build: make the new context now (setopt) or on first use (start-up).
+void SetServer(LocalData& data, const std::string& server, bool build) {
+  if (strncasecmp(server.c_str(), "https:", 6) == 0) data.settings.windows_layer = true;
+  data.settings.server = server;
+  data.RebuildEndpoint(build);
+}
+
 void Set(ExecThread& thread, LocalData& data, int option, const char* value_text) {
   std::string value = value_text;
   TransportSettings& s = data.settings;
@@ -84,11 +92,7 @@ void Set(ExecThread& thread, LocalData& data, int option, const char* value_text
       s.io_timeout = atoi(value_text);
       data.RebuildContext();
       break;
-    case kServer:
-      if (strncasecmp(value_text, "https:", 6) == 0) s.windows_layer = true;
-      s.server = value;
-      data.RebuildEndpoint();
-      break;
+    case kServer: SetServer(data, value, true); break;
     case kProxy:
       if (!data.SetProxy(value)) ThreadPrint(thread, kMsgInvalidArgs);
       break;
@@ -214,6 +218,16 @@ void OptionHandler(ExecThread& thread, ArgVector& args) {
 
 }  // namespace
 
+void ApplyEnvironmentSettings(LocalData& data) {
+  auto variable = [](const char* name) -> const char* {
+    const char* value = getenv(name);
+    return value && *value ? value : nullptr;
+  };
+  if (const char* server = variable("LEXCTL3_SERVER")) SetServer(data, server, false);
+  if (const char* userid = variable("LEXCTL3_USERID")) data.SetUserId(userid);
+  if (const char* passwd = variable("LEXCTL3_PASSWD")) data.SetPassword(passwd);
+}
+
 bool PrefixOf(const char* value, const char* word) {
   size_t length = strlen(value);
   return length <= strlen(word) && strncasecmp(value, word, length) == 0;
@@ -232,7 +246,7 @@ const CommandRecord kClientOptionRows[] = {
      "HTTPS for the connection\n"},
     {"_setopt_proxy", OptionHandler<kProxy>, 0, "Proxy server", nullptr},
     {"_setopt_userid", OptionHandler<kUserid>, 0, "User ID", nullptr},
-    {"_setopt_passwd", OptionHandler<kPasswd>, 0, "User Password", nullptr},
+    {"_setopt_passwd", OptionHandler<kPasswd>, CMDF_SECRET, "User Password", nullptr},
     {"_setopt_eid", OptionHandler<kEid>, 0, "Engine EID", nullptr},
     {"_setopt_prop", OptionHandler<kProp>, 0, "Engine properties",
      "Usage:\n  setopt prop KEY=VAL     Set or change the value of KEY\n  setopt prop -KEY        "
@@ -248,7 +262,7 @@ const CommandRecord kClientOptionRows[] = {
     {"_setopt_sslcadir", OptionHandler<kSslcadir>, 0, "Trusted CA certificates read from a directory (PEM format)", nullptr},
     {"_setopt_sslcafile", OptionHandler<kSslcafile>, 0, "Trusted CA certificates in a single file (PEM format)", nullptr},
     {"_setopt_sslkeyfile", OptionHandler<kSslkeyfile>, 0, "SSL keyfile for client authentication", nullptr},
-    {"_setopt_sslkeypass", OptionHandler<kSslkeypass>, 0, "Optional password for the SSL keyfile", nullptr},
+    {"_setopt_sslkeypass", OptionHandler<kSslkeypass>, CMDF_SECRET, "Optional password for the SSL keyfile", nullptr},
     {"_setopt_cachemark", OptionHandler<kCachemark>, 0, "Mark text and HTML responses that have been retrieved from cache", nullptr},
     {"_setopt_neweid", OptionHandler<kNeweid>, 0, "All responses from the server should use the shorter EID codes", nullptr},
     {"_setopt_trustheader", OptionHandler<kTrustheader>, 0, "Specify the trust header for the userid",

@@ -334,13 +334,13 @@ const CommandRecord kSessionControlRows[] = {
 };
 
 const CommandRecord kPasswordCommandRows[] = {
-    {"pwhash", CmdPwhash, 0, "Calculate a password hash.",
+    {"pwhash", CmdPwhash, CMDF_SECRET, "Calculate a password hash.",
      "Usage: pwhash [-l] [-h] [USERID PASSWD [SESSION]]\n\n    -l         Output a complete licence "
      "string.\n    -h         Output a complete HTTP auth string.\n\nCalculate and display the "
      "password hash. If no arguments are supplied, the userid and password are used. Otherwise use "
      "the supplied userid and password, and optional session key. No data is sent to the server by "
      "this function."},
-    {"passwd", CmdPasswd, 0, "Change password for the current licence.",
+    {"passwd", CmdPasswd, CMDF_SECRET, "Change password for the current licence.",
      "Usage: passwd NEW_PASSWORD\n\n"
      LEXCTL_COMMON_OPTION_HELP
      "    -literal    NEW_PASSWORD is sent to the server as the literal password.\n\nThe "

@@ -135,6 +135,11 @@ several scripts at once.
 Without a script or commands, lexctl3 prints a banner and reads commands from
 the console until \fBexit\fR. \fBlexctl3.cfg\fR in the current directory runs
 first at every start.
+.PP
+At the console, TAB completes command names (also after \fBhelp\fR),
+\fBsetopt\fR option names, the options that a command's help lists, and file
+names after the commands and options that take a file (\fBread\fR,
+\fBtfile\fR, \fBdimport\fR, \fB\-file\fR, \fB\-indata\fR, \fB\-rules\fR, ...).
 .SH OPTIONS
 The program's own summary (\fBlexctl3 \-\-help\fR):
 .RS
@@ -164,10 +169,15 @@ const char kTail[] = R"(.SH FILES
 .TP
 .B lexctl3.cfg
 Run at start\-up from the current directory; written by \fBsetopt \-save\fR
-(mode 0600) and read by \fBsetopt \-load\fR.
+(mode 0600) and read by \fBsetopt \-load\fR. It begins with
+\fB@setopt console none\fR; when it ends, the console mode returns to what it
+was before it was read.
 .TP
 .B ~/.lexctl3_history
-Console history.
+Console history, readable by its owner only (mode 0600). A line that carries a
+password (\fBsetopt passwd\fR or \fBsetopt sslkeypass\fR with a value,
+\fBpasswd\fR or \fBpwhash\fR with arguments, \fB\-userPass\fR anywhere) is
+not written to it.
 .TP
 .B cacert.pem
 Default CA file for https servers, looked for in the current directory; the
@@ -179,6 +189,13 @@ The service description, for third\-party SOAP tools.
 .B /usr/share/doc/lexctl3/examples/
 Example scripts.
 .SH ENVIRONMENT
+.TP
+.B LEXCTL3_SERVER\fR, \fBLEXCTL3_USERID\fR, \fBLEXCTL3_PASSWD
+The server, user ID and password (clear, or its 40\-digit hash) of the main
+thread at start\-up, as \fBsetopt server\fR, \fBsetopt userid\fR and
+\fBsetopt passwd\fR set them; read before \fBlexctl3.cfg\fR, which overrides
+them. An unset or empty variable changes nothing. The password stays out of
+the process list, where a command\-line argument would show it.
 .TP
 .B SHELL
 The shell that \fBshell\fR and \fB!\fR run (default /bin/sh).

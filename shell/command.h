@@ -22,6 +22,10 @@ using CommandHandler = void (*)(ExecThread&, ArgVector&);
 constexpr int32_t CMDF_ESCAPES = 1;
 /// Leave the row out of every help listing (old alternative names).
 constexpr int32_t CMDF_HIDDEN = 2;
+/// The row's arguments carry a secret (a password): a console line that
+/// gives this command, or this setopt option, a value is kept out of the
+/// history file.
+constexpr int32_t CMDF_SECRET = 4;
 
 /// One row of a command table. Alias rows carry no description and stand
 /// right before the main row; a row whose name is GroupMarker starts a help
@@ -60,6 +64,14 @@ struct ClientBinding {
   /// Process-wide resources of the client (TLS library and the like).
   void (*global_init)() = nullptr;
   void (*global_cleanup)() = nullptr;
+  /// Console completion: command words whose arguments are files and
+  /// options whose value is a file; file names complete after them.
+  /// Null-terminated; compared without regard to case.
+  const char* const* file_words = nullptr;
+  /// Options (with their leading "-") that carry a secret wherever they
+  /// stand on a line, also written "/name" or "-name=VALUE": the console
+  /// keeps such a line out of the history file. Null-terminated.
+  const char* const* secret_options = nullptr;
 };
 
 /// The one registration point of the client. A second call replaces the

@@ -2,7 +2,6 @@
 
 #include <readline/history.h>
 #include <readline/readline.h>
-#include <strings.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -10,7 +9,7 @@
 #include <cstring>
 #include <vector>
 
-#include "shell/dispatch.h"
+#include "shell/console_policy.h"
 #include "shell/output.h"
 #include "shell/platform.h"
 
@@ -62,44 +61,19 @@ Readline rl;
 
 std::vector<std::string> completion_words;
 
-char* NextCompletion(const char* text, int state) {
+char* NextCompletion(const char* /*text*/, int state) {
   static size_t index;
   if (state == 0) index = 0;
-  size_t len = strlen(text);
-  while (index < completion_words.size()) {
-    const std::string& word = completion_words[index++];
-    if (strncasecmp(word.c_str(), text, len) == 0) return strdup(word.c_str());
-  }
-  return nullptr;
+  return index < completion_words.size() ? strdup(completion_words[index++].c_str()) : nullptr;
 }
 
-// Completes command words at the start of a line and option names after
-// "setopt".
 char** Readline::Complete(const char* text, int start, int /*end*/) {
+  Completion completion = CompleteWord(std::string(*rl.line_buffer, start), text);
+  // File names: readline's own file name completion (folders get a "/").
+  if (completion.kind == Completion::kFileNames) return nullptr;
   *rl.completion_over = 1;
-  completion_words.clear();
-  std::string before(*rl.line_buffer, start);
-  size_t first = before.find_first_not_of(" \t@$=-+");
-  std::string head = first == std::string::npos ? "" : before.substr(first);
-  bool options = false;
-  if (!head.empty()) {
-    size_t space = head.find_first_of(" \t");
-    std::string word = head.substr(0, space);
-    std::string rest = space == std::string::npos ? "" : head.substr(space);
-    bool second_word = rest.find_first_not_of(" \t") == std::string::npos;
-    if (strcasecmp(word.c_str(), "setopt") != 0 || !second_word) return nullptr;
-    options = true;
-  }
-  for (const CommandRecord* row = CommandTableRows(); row->name; ++row) {
-    if (row->name == GroupMarker || (row->flags & CMDF_HIDDEN)) continue;
-    bool is_option = strncasecmp(row->name, kOptionPrefix, kOptionPrefixLen) == 0;
-    if (options && is_option) completion_words.emplace_back(row->name + kOptionPrefixLen);
-    if (!options && row->name[0] != '_') completion_words.emplace_back(row->name);
-  }
-  if (options) {
-    completion_words.emplace_back("-save");
-    completion_words.emplace_back("-load");
-  }
+  if (completion.kind == Completion::kNothing) return nullptr;
+  completion_words = std::move(completion.words);
   return rl.completion_matches(text, NextCompletion);
 }
 
@@ -110,24 +84,22 @@ void Init() {
   const char* home = getenv("HOME");
   if (home && *home) {
     history_path = std::string(home) + "/.lexctl3_history";
+    // Made (or tightened) to owner-only before anything is written to it.
+    PreparePrivateFile(history_path.c_str());
     rl.read_history(history_path.c_str());
   }
 }
 
-bool ReadOne(const char* prompt, std::string& line) {
+// Reads one physical line; counts the lines it adds to the session's
+// history in `recalled`.
+bool ReadOne(const char* prompt, std::string& line, int& recalled) {
   if (interactive) {
     char* text = rl.read(prompt);
     if (!text) return false;
     line.assign(text);
     if (*text) {
       rl.add_history(text);
-      if (!history_path.empty()) {
-        FILE* probe = fopen(history_path.c_str(), "a");
-        if (probe) {
-          fclose(probe);
-          rl.append_history(1, history_path.c_str());
-        }
-      }
+      ++recalled;
     }
     free(text);
     return true;
@@ -149,7 +121,8 @@ void StripTrailing(std::string& line) {
 
 bool ReadConsoleLine(const std::string& prompt, std::string& line) {
   if (!initialised) Init();
-  if (!ReadOne(prompt.c_str(), line)) {
+  int recalled = 0;
+  if (!ReadOne(prompt.c_str(), line, recalled)) {
     ConsoleWrite("\n");  // leave the last prompt on a line of its own
     return false;
   }
@@ -157,9 +130,15 @@ bool ReadConsoleLine(const std::string& prompt, std::string& line) {
   std::string more;
   while (!line.empty() && line.back() == '\\') {
     line.pop_back();
-    if (!ReadOne("_ ", more)) break;
+    if (!ReadOne("_ ", more, recalled)) break;
     StripTrailing(more);
     line.append(more);
+  }
+  // The session recalls every line; the file never gets one that carries a
+  // password (judged on the whole line, continuations joined).
+  if (recalled > 0 && !history_path.empty() && !CarriesSecret(line) &&
+      PreparePrivateFile(history_path.c_str())) {
+    rl.append_history(recalled, history_path.c_str());
   }
   return true;
 }

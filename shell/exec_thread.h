@@ -27,6 +27,9 @@ struct InputSource {
   std::string path = "stdin";
   bool utf8 = false;
   size_t call_depth = 0;  // procedure calls open when this input began
+  /// The console mode the thread returns to when this file ends (a settings
+  /// file: setopt -load, the start-up lexctl3.cfg); -1 leaves it as it is.
+  int console_on_end = -1;
   bool IsConsole() const { return file == nullptr; }
 };
 

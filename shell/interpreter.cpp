@@ -155,10 +155,7 @@ bool RunInterpreter(const char* script, bool threads_enabled) {
     }
   }
   if (go) {
-    if (FileExists("lexctl3.cfg") && !IsDirectory("lexctl3.cfg")) {
-      ArgVector args{"lexctl3.cfg"};
-      ExecuteCommand(*main, "read", args);
-    }
+    if (FileExists("lexctl3.cfg") && !IsDirectory("lexctl3.cfg")) ReadSettingsFile(*main, "lexctl3.cfg");
     RunCommandLoop(*main);
   }
   if (threads_enabled) {

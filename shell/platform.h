@@ -23,6 +23,10 @@ void PlatformInit();
 FILE* OpenFile(const char* path, const char* mode);
 /// Creates or replaces a file readable and writable by its owner only.
 FILE* CreatePrivateFile(const char* path);
+/// Makes sure a file exists and is readable and writable by its owner only:
+/// creates it empty, or takes the group's and others' rights from an
+/// existing one, keeping its content. False when it cannot.
+bool PreparePrivateFile(const char* path);
 bool IsDirectory(const char* path);
 bool FileExists(const char* path);
 

@@ -77,6 +77,15 @@ FILE* CreatePrivateFile(const char* path) {
   return file;
 }
 
+bool PreparePrivateFile(const char* path) {
+  int fd = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+  if (fd < 0) return false;
+  struct stat st;
+  bool ok = fstat(fd, &st) == 0 && ((st.st_mode & 077) == 0 || fchmod(fd, st.st_mode & 0700) == 0);
+  close(fd);
+  return ok;
+}
+
 bool IsDirectory(const char* path) {
   struct stat st;
   return stat(path, &st) == 0 && S_ISDIR(st.st_mode);

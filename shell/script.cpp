@@ -81,6 +81,7 @@ bool EndOfInputFile(ExecThread& thread) {
     thread.call_stack.resize(thread.input.call_depth);
     if (thread.loop_depth > thread.call_stack.size()) thread.loop_limit = 0;
   }
+  if (thread.input.console_on_end >= 0) thread.console_mode = thread.input.console_on_end;
   fclose(thread.input.file);
   thread.input.file = nullptr;
   thread.in_block_comment = false;
@@ -250,6 +251,13 @@ bool PushInputFile(ExecThread& thread, const char* path) {
   next.call_depth = thread.call_stack.size();
   thread.input_stack.push_back(thread.input);
   thread.input = next;
+  return true;
+}
+
+bool ReadSettingsFile(ExecThread& thread, const char* path) {
+  int mode = thread.console_mode;
+  if (!PushInputFile(thread, path)) return false;
+  thread.input.console_on_end = mode;
   return true;
 }
 

@@ -27,4 +27,10 @@ void SetErrexit(bool on);
 /// one. Returns false (after reporting on standard error) when it cannot.
 bool PushInputFile(ExecThread& thread, const char* path);
 
+/// Reads a settings file (setopt -load, lexctl3.cfg at start-up) as a nested
+/// script, like read. A saved file begins with "@setopt console none"; when
+/// the file ends, the thread's console mode returns to what it was when the
+/// file began, so a saved file never leaves the console mute.
+bool ReadSettingsFile(ExecThread& thread, const char* path);
+
 }  // namespace lexctl

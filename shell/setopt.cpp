@@ -7,6 +7,7 @@
 #include "shell/dispatch.h"
 #include "shell/output.h"
 #include "shell/platform.h"
+#include "shell/script.h"
 #include "shell/threads.h"
 #include "shell/variables.h"
 
@@ -113,8 +114,7 @@ void CmdSetopt(ExecThread& thread, ArgVector& args) {
   if (args[0][0] == '-') {
     const char* path = args.size() > 1 ? args[1] : kDefaultOptionsFile;
     if (strcasecmp(args[0], "-load") == 0) {
-      ArgVector read_args{path};
-      ExecuteCommand(thread, "read", read_args);
+      ReadSettingsFile(thread, path);
     } else if (strcasecmp(args[0], "-save") == 0) {
       SaveOptions(thread, path);
     } else if (strcasecmp(args[0], "-escaped") == 0 && args.size() == 3) {

@@ -6,6 +6,9 @@ A case file is a script followed by sections that start with a line
   #### args            command-line arguments, one per line ({script} = the script)
   #### stdin           text fed to standard input (default: nothing)
   #### file PATH       a file created in the working folder before the run
+                      ({server} in it is lexsim's address)
+  #### env             NAME=VALUE lines added to lexctl3's environment
+                      ({server} is lexsim's address)
   #### stdout          expected standard output
   #### stderr          expected standard error (default: empty)
   #### exit            expected exit status (default: 0)
@@ -106,17 +109,19 @@ def main():
         script = os.path.join(cwd, "case.lex")
         with open(script, "w", encoding="utf-8", newline="") as f:
             f.write(sections["script"])
-        for name, body in sections.items():
-            if name.startswith("file "):
-                target = os.path.join(cwd, name[5:])
-                os.makedirs(os.path.dirname(target), exist_ok=True)
-                with open(target, "w", encoding="utf-8", newline="") as f:
-                    f.write(body)
+        def write_files(with_server):
+            for name, body in sections.items():
+                if name.startswith("file ") and ("{server}" in body) == with_server:
+                    target = os.path.join(cwd, name[5:])
+                    os.makedirs(os.path.dirname(target), exist_ok=True)
+                    with open(target, "w", encoding="utf-8", newline="") as f:
+                        f.write(body.replace("{server}", sim.server) if with_server else body)
+        sim = None
+        write_files(False)
         if "args" in sections:
             args = [a.replace("{script}", "case.lex") for a in sections["args"].splitlines()]
         else:
             args = ["--script", "case.lex"]
-        sim = None
         if "lexsim" in sections:
             extra = [a.replace("{cwd}", cwd) for a in sections["lexsim"].splitlines() if a.strip()]
             sim = Lexsim(lexsim_binary, extra, cwd)
@@ -124,8 +129,15 @@ def main():
             if layer:
                 prelude.append(f"@setopt commslayer {layer}")
             args = prelude + args
+            write_files(True)
         env = dict(os.environ, HOME=cwd, TZ="UTC", LC_ALL="C.UTF-8")
         env.pop("http_proxy", None)
+        for name in ("LEXCTL3_SERVER", "LEXCTL3_USERID", "LEXCTL3_PASSWD"):
+            env.pop(name, None)  # the caller's own settings stay out of the cases
+        for line in sections.get("env", "").splitlines():
+            if line.strip():
+                name, _, value = line.partition("=")
+                env[name] = value.replace("{server}", sim.server if sim else "")
         try:
             proc = subprocess.run([lexctl] + args, cwd=cwd, input=sections.get("stdin", "").encode(),
                                   capture_output=True, env=env, timeout=120)

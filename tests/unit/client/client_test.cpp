@@ -2,6 +2,7 @@
 // Expected hashes were computed independently (RFC 2202 and Python's hmac).
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 
 #include "capture.h"
@@ -153,6 +154,32 @@ TEST(LocalData, StartedThreadCopiesSettingsAndSession) {
   EXPECT_EQ(parent.engine.properties.size(), 1u);
   EXPECT_EQ(parent.Licence(), "u 71528866ce7403433ff2a0f763402db933c70c9b key");
   EXPECT_NE(child.Licence(), parent.Licence());
+}
+
+TEST(LocalData, EnvironmentGivesServerAndCredentials) {
+  ExecThread thread("_main_", true);
+  LocalData data(&thread);
+  data.settings.windows_layer = false;
+  setenv("LEXCTL3_SERVER", "https://ci.example.invalid:8443", 1);
+  setenv("LEXCTL3_USERID", "ci", 1);
+  setenv("LEXCTL3_PASSWD", "clear text", 1);
+  ApplyEnvironmentSettings(data);
+  // As "setopt server" takes it: an https server chooses the windows layer.
+  EXPECT_EQ(data.settings.endpoint, "https://ci.example.invalid:8443/nvsoap/nvsoap.cgi");
+  EXPECT_TRUE(data.settings.windows_layer);
+  EXPECT_EQ(data.Licence(), "ci " + PasswordHash("ci", "clear text"));
+  // Empty or unset variables change nothing; a hash is taken as it is.
+  setenv("LEXCTL3_SERVER", "", 1);
+  unsetenv("LEXCTL3_USERID");
+  setenv("LEXCTL3_PASSWD", "22acb1a0beb75bd6854f515c27a2538da06ffdee", 1);
+  ApplyEnvironmentSettings(data);
+  EXPECT_EQ(data.settings.server, "https://ci.example.invalid:8443");
+  EXPECT_EQ(data.Licence(), "ci 22acb1a0beb75bd6854f515c27a2538da06ffdee");
+  setenv("LEXCTL3_SERVER", "ci.example.invalid:12000", 1);
+  ApplyEnvironmentSettings(data);
+  EXPECT_EQ(data.settings.endpoint, "http://ci.example.invalid:12000/nvsoap/nvsoap.cgi");
+  unsetenv("LEXCTL3_SERVER");
+  unsetenv("LEXCTL3_PASSWD");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "capture.h"
 #include "shell/dispatch.h"
+#include "shell/platform.h"
 #include "shell/script.h"
 #include "shell/variables.h"
 
@@ -66,6 +67,23 @@ TEST_F(Script, MissingFileIsReportedAndNothingChanges) {
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Error opening file 'no/such/file.lex'\n");
   EXPECT_TRUE(thread.input.IsConsole());
   EXPECT_TRUE(thread.input_stack.empty());
+}
+
+TEST_F(Script, SettingsFileGivesTheConsoleModeBackWhenItEnds) {
+  dir_.Write("nested.lex", "@setopt console output\n");
+  std::string path = dir_.Write("saved.cfg", "@setopt console none\n@read nested.lex\n@echo shown\n");
+  ExecThread thread("_main_", true);
+  testing::Capture capture(thread);
+  thread.console_mode = kConsolePrompt;
+  ASSERT_TRUE(ReadSettingsFile(thread, path.c_str()));
+  thread.input_stack.clear();
+  std::string after = dir_.Write("after.lex", "@setopt console\n");
+  // The settings file runs over the script that follows it, as at start-up.
+  thread.input_stack.push_back(InputSource{OpenFile(after.c_str(), "rb"), after});
+  RunCommandLoop(thread);
+  // The nested file's own change lasts until the settings file ends.
+  EXPECT_EQ(capture.Take(), "shown \nsetopt console      prompt\n");
+  EXPECT_EQ(thread.console_mode, kConsolePrompt);
 }
 
 }  // namespace
