@@ -496,9 +496,13 @@ int nv__DeleteUser(struct soap* soap, std::string* licence, std::string* clienti
     State& state = call.state();
     if (!call.caller()->super) Raise(err::kDenied, "Only a super-user may delete users");
     bool force = call.keys().Has("force");
-    // Check every user before deleting any.
+    // Check every user before deleting any. With force, as with rm -f, a user
+    // that does not exist is no error: a replayed dump deletes its user first.
     for (const std::string& id : userid->item) {
-      if (!state.FindUser(id)) Raise(err::kNotFound, "Unknown user: " + id);
+      if (!state.FindUser(id)) {
+        if (force) continue;
+        Raise(err::kNotFound, "Unknown user: " + id);
+      }
       if (id == call.caller()->userid) Raise(err::kArgument, "Users cannot delete themselves");
       int64_t owned = 0;
       for (const auto& [did, d] : state.dictionaries()) owned += d.owner == id;
@@ -507,6 +511,7 @@ int nv__DeleteUser(struct soap* soap, std::string* licence, std::string* clienti
                                   " dictionaries; use force to delete them too");
     }
     for (const std::string& id : userid->item) {
+      if (!state.FindUser(id)) continue;
       std::vector<int64_t> owned;
       for (const auto& [did, d] : state.dictionaries())
         if (d.owner == id) owned.push_back(did);

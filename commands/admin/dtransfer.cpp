@@ -83,10 +83,11 @@ class Transfer {
   void LoadEngines() {
     RequestFrame frame(thread_, keys_ + " dic");
     frame.UseSelectKeys();
+    std::string lang = frame.data().uilang;
     auto* r = soap_new_nv__GetEngineInfoResponse(frame.soap());
     frame.Check(soap_call_nv__GetEngineInfo(frame.soap(), frame.endpoint(), "", frame.licence(),
                                             frame.clientid(), frame.reqgroup(), frame.select(),
-                                            nullptr, nullptr, *r));
+                                            lang.empty() ? nullptr : &lang, nullptr, *r));
     frame.Token(r->token);
     frame.Warnings(r->error);
     if (!r->engines) return;
@@ -117,10 +118,11 @@ void Transfer::User(const std::string& userid,
   // What the user owns now, per engine, with subjects.
   RequestFrame frame(thread_, keys_ + " dic ownerdic runas=" + userid);
   frame.UseSelectKeys();
+  std::string lang = frame.data().uilang;
   auto* r = soap_new_nv__GetEngineInfoResponse(frame.soap());
   frame.Check(soap_call_nv__GetEngineInfo(frame.soap(), frame.endpoint(), "", frame.licence(),
                                           frame.clientid(), frame.reqgroup(), frame.select(),
-                                          nullptr, nullptr, *r));
+                                          lang.empty() ? nullptr : &lang, nullptr, *r));
   frame.Token(r->token);
   frame.Warnings(r->error);
   std::map<std::string, std::vector<const nv__Dictionary*>> owned;
@@ -262,11 +264,12 @@ void Transfer::Complete(const std::string& userid, int64_t new_did, const std::s
   e.eid = to;
   e.dic_add = std::to_string(new_did);
   edits.engines.push_back(e);
+  std::string lang = engine.data().uilang;
   auto* updated = soap_new_nv__UpdateUserResponse(engine.soap());
   engine.Check(soap_call_nv__UpdateUser(engine.soap(), engine.endpoint(), "", engine.licence(),
                                         engine.clientid(), engine.reqgroup(), engine.select(),
-                                        nullptr, BuildUserUpdate(engine.soap(), edits, userid),
-                                        *updated));
+                                        lang.empty() ? nullptr : &lang,
+                                        BuildUserUpdate(engine.soap(), edits, userid), *updated));
   engine.Token(updated->token);
   engine.Warnings(updated->error);
 }

@@ -1,5 +1,8 @@
 #include "commands/admin/udump.h"
 
+#include <strings.h>
+
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <map>
@@ -27,6 +30,82 @@ void ScriptLine::Add(const std::string& piece) {
   column_ += piece.size();
 }
 
+namespace {
+
+// A word the help check would take for a request for help.
+bool IsHelpWord(const std::string& text) { return text == "-?" || text == "/?"; }
+
+}  // namespace
+
+const char* ScriptValueProblem(const std::string& text, ScriptValue kind) {
+  for (unsigned char c : text) {
+    if (c == '\n' || c == '\r') return "a line break";
+    if ((c < 0x20 && c != '\t') || c == 0x7f) return "a control character";
+  }
+  // Substitution knows no escape: a "{{" would be replaced, or would stop
+  // every reference before it.
+  if (text.find("{{") != std::string::npos) return "\"{{\"";
+  bool word =
+      kind == ScriptValue::kWord || kind == ScriptValue::kUserId || kind == ScriptValue::kFileName;
+  bool select = kind == ScriptValue::kSelect || kind == ScriptValue::kUserId;
+  if ((word || select) && text.empty()) return "an empty word";
+  // Select keys are separated by blanks.
+  if (select && text.find_first_of(" \t") != std::string::npos) return "a blank";
+  if (word && (text[0] == '-' || text[0] == '/')) return "a leading - or /, which makes an option";
+  // User ids with "*" are patterns, and dimport's files too.
+  if (word && text.find('*') != std::string::npos) return "a wildcard";
+  if (kind == ScriptValue::kFileName && text.find('?') != std::string::npos) return "a wildcard";
+  return nullptr;
+}
+
+bool ScriptLine::Check(const std::string& value, ScriptValue kind) {
+  const char* why = ScriptValueProblem(value, kind);
+  if (why && !refused_) refused_.emplace(value, why);
+  return !why;
+}
+
+void ScriptLine::Refuse(const std::string& value, const char* why) {
+  if (!refused_) refused_.emplace(value, why);
+}
+
+ScriptLine& ScriptLine::Fixed(const std::string& word) {
+  Add(" " + ScriptWord(word));
+  args_.push_back({word, false});
+  return *this;
+}
+
+ScriptLine& ScriptLine::Fixed(const std::string& option, const std::string& word) {
+  Add(" " + option + " " + ScriptWord(word));
+  args_.push_back({option, false});
+  args_.push_back({word, false});
+  return *this;
+}
+
+ScriptLine& ScriptLine::Value(const std::string& value, ScriptValue kind) {
+  Check(value, kind);
+  Add(" " + ScriptWord(value));
+  args_.push_back({value, true});
+  return *this;
+}
+
+ScriptLine& ScriptLine::Option(const std::string& option, const std::string& value,
+                               ScriptValue kind) {
+  if (IsHelpWord(value)) return Joined(option, value, kind);
+  Check(value, kind);
+  Add(" " + option + " " + ScriptWord(value));
+  args_.push_back({option, false});
+  args_.push_back({value, true});
+  return *this;
+}
+
+ScriptLine& ScriptLine::Joined(const std::string& option, const std::string& value,
+                               ScriptValue kind) {
+  Check(value, kind);
+  Add(" " + option + "=" + ScriptWord(value));
+  args_.push_back({option + "=" + value, true});
+  return *this;
+}
+
 std::string ScriptWord(const std::string& text) {
   // A final backslash would join the script's next line to this one.
   if (!text.empty() && text.find_first_of(" \t\"") == std::string::npos && text.back() != '\\') return text;
@@ -50,6 +129,31 @@ std::string ScriptWord(const std::string& text) {
   return out + "\"";
 }
 
+std::string DumpFilePrefix(const std::string& userid) {
+  std::string prefix;
+  for (unsigned char c : userid) {
+    bool keep = isalnum(c) || c >= 0x80 || c == '.' || c == '_' || c == '-' || c == '+' ||
+                c == '@' || c == '=' || c == ',' || c == '~';
+    prefix += keep ? static_cast<char>(c) : '_';
+  }
+  if (prefix.empty() || prefix[0] == '-') prefix.insert(prefix.begin(), '_');
+  return prefix;
+}
+
+std::string PrintableValue(const std::string& text) {
+  std::string out;
+  for (unsigned char c : text) {
+    if (c < 0x20 || c == 0x7f || c == '{' || c == '}') {
+      char hex[5];
+      snprintf(hex, sizeof hex, "\\x%02x", c);
+      out += hex;
+    } else {
+      out += static_cast<char>(c);
+    }
+  }
+  return out;
+}
+
 std::string ExportExtension(const std::string& format) {
   std::string ext = ".";
   for (char c : format) {
@@ -59,24 +163,283 @@ std::string ExportExtension(const std::string& format) {
   return format.empty() ? ".txt" : ext;
 }
 
+std::string DumpDataFile(const std::string& prefix, const DumpDictionary& d) {
+  return prefix + "_" + std::to_string(d.did) + ExportExtension(d.format);
+}
+
+std::string DumpUserdataFile(const std::string& prefix, const DumpDictionary& d) {
+  return prefix + "_" + std::to_string(d.did) + ".dat";
+}
+
+namespace {
+
+// Technical dictionaries are the server's own and keep their DIDs.
+constexpr int64_t kFirstUserDid = 10000;
+
+std::string DidReference(int64_t did) {
+  std::string text = std::to_string(did);
+  return "{{DID_" + text + ":" + text + "}}";
+}
+
+std::string Hex(const char* format, unsigned long long value) {
+  char number[64];
+  snprintf(number, sizeof number, format, value);
+  return number;
+}
+
+bool Owns(const std::vector<DumpDictionary>& owned, int64_t did) {
+  for (const DumpDictionary& d : owned) {
+    if (d.did == did) return true;
+  }
+  return false;
+}
+
+// A list of DIDs as -engDicAdd and -engDicDel take it.
+std::string DidList(const std::vector<std::string>& dids) {
+  std::string list;
+  for (const std::string& did : dids) list += (list.empty() ? "" : " ") + did;
+  return list;
+}
+
+class ScriptBuilder {
+ public:
+  explicit ScriptBuilder(UserScript& out) : out_(out) {}
+  void Main(const ScriptLine& line) { Take(line, out_.main, out_.main_commands); }
+  void Share(const ScriptLine& line) { Take(line, shares_, share_commands_); }
+  void MainComment(const std::string& text) { out_.main += "# " + text + "\n"; }
+  // The shares file, when it has anything to do.
+  void FinishShares(const ScriptLine& header) {
+    if (shares_.empty()) return;
+    out_.shares = header.Finish() + shares_;
+    out_.share_commands.push_back({header.command(), header.args()});
+    out_.share_commands.insert(out_.share_commands.end(), share_commands_.begin(),
+                               share_commands_.end());
+  }
+
+ private:
+  void Take(const ScriptLine& line, std::string& text, std::vector<ScriptCommand>& commands) {
+    if (line.refused() && !out_.refused) out_.refused = line.refused();
+    text += line.Finish();
+    commands.push_back({line.command(), line.args()});
+  }
+
+  UserScript& out_;
+  std::string shares_;
+  std::vector<ScriptCommand> share_commands_;
+};
+
+ScriptLine Utf8Line() {
+  ScriptLine line("setopt");
+  line.Fixed("utf8").Fixed("true");
+  return line;
+}
+
+ScriptLine UcreateLine(const DumpUser& user, const std::string& target) {
+  ScriptLine line("ucreate");
+  line.Value(target, ScriptValue::kUserId);
+  line.Option("-userPass", target);
+  if (user.features) line.Option("-userFeat", *user.features);
+  line.Fixed("-userApi", Hex("0x%llx", static_cast<unsigned long long>(user.api)));
+  if (user.username) line.Option("-userName", *user.username);
+  if (user.timezone) line.Option("-userZone", *user.timezone);
+  if (user.from && !user.from->empty()) line.Option("-userFrom", *user.from);
+  if (user.to && !user.to->empty()) line.Option("-userTo", *user.to);
+  for (const std::string& cidr : user.ips) {
+    // These words empty the list instead.
+    if (strcasecmp(cidr.c_str(), "all") == 0 || strcasecmp(cidr.c_str(), "any") == 0) {
+      line.Refuse(cidr, "an address entry that -userIp reads as every address");
+    }
+    line.Option("-userIp", cidr);
+  }
+  for (const auto& [type, maximum] : user.limits) {
+    // -userLimit reads the name up to the first "=".
+    if (type.empty() || type.find('=') != std::string::npos) {
+      line.Refuse(type, "a limit name that -userLimit reads otherwise");
+    }
+    line.Option("-userLimit", type + "=" + std::to_string(maximum));
+  }
+  for (const DumpProperty& p : user.properties) {
+    // -userPropAdd takes leading marks off the key and reads it up to the first "=".
+    if (p.key.empty() || p.key.find('=') != std::string::npos || p.key[0] == '!' ||
+        p.key[0] == '@') {
+      line.Refuse(p.key, "a property key that -userPropAdd reads otherwise");
+    }
+    line.Option("-userPropAdd", (p.readonly ? "!" : "") + p.key + "=" + p.val);
+  }
+  return line;
+}
+
+ScriptLine EngineLine(const DumpEngine& e, const std::string& target, const std::string& dics) {
+  ScriptLine line("uupdate");
+  line.Value(target, ScriptValue::kUserId);
+  line.Option("-engAdd", e.eid);
+  line.Fixed("-engSupport", Hex("0x%08llx", e.support));
+  if (e.hidden) line.Fixed("-engType", "HIDDEN");
+  if (e.from && !e.from->empty()) line.Option("-engFrom", *e.from);
+  if (e.to && !e.to->empty()) line.Option("-engTo", *e.to);
+  if (e.max_tech) line.Fixed("-engMaxTech", std::to_string(*e.max_tech));
+  if (e.max_user) line.Fixed("-engMaxUser", std::to_string(*e.max_user));
+  line.Fixed("-engDicAdd", dics);
+  return line;
+}
+
+// Sets an engine's whole list again, since its order is the order of priority.
+ScriptLine RelinkLine(const std::string& eid, const std::string& target,
+                      const std::string& old_dics, const std::string& new_dics) {
+  ScriptLine line("uupdate");
+  line.Value(target, ScriptValue::kUserId);
+  line.Option("-engSet", eid);
+  line.Fixed("-engDicDel", old_dics);
+  line.Fixed("-engDicAdd", new_dics);
+  return line;
+}
+
+void DictionaryLines(ScriptBuilder& script, const DumpDictionary& d, const std::string& target,
+                     const std::string& prefix) {
+  std::string did = std::to_string(d.did);
+  ScriptLine create("dcreate");
+  create.Option("-runas", target, ScriptValue::kSelect);
+  create.Option("-eid", d.eid);
+  create.Fixed("-type", d.type_name);
+  if (!d.subject.empty()) create.Option("-subject", d.subject);
+  if (!d.languages.empty()) create.Option("-languages", d.languages);
+  for (const auto& [lang, text] : d.display) {
+    // -display reads the language up to the first "=".
+    if (lang.find('=') != std::string::npos) create.Refuse(lang, "a display language with \"=\"");
+    create.Option("-display", lang + "=" + text);
+  }
+  if (!d.comment.empty()) create.Option("-comment", d.comment);
+  if (!d.vender.empty()) create.Option("-vendor", d.vender);
+  if (d.has_userdata) create.Option("-userdata", DumpUserdataFile(prefix, d));
+  script.Main(create);
+  ScriptLine remember("setvar");
+  remember.Fixed("DID_" + did).Fixed("{{LAST}}");
+  script.Main(remember);
+  if (d.format.empty()) {
+    script.MainComment("Not supported: dictionary " + did + " has no export format");
+    return;
+  }
+  ScriptLine import("dimport");
+  import.Option("-runas", target, ScriptValue::kSelect);
+  import.Fixed("LAST").Fixed("-replace");
+  import.Value(DumpDataFile(prefix, d), ScriptValue::kFileName);
+  script.Main(import);
+}
+
+}  // namespace
+
+UserScript WriteUserScript(const DumpUser& user, const std::vector<DumpDictionary>& owned,
+                           const std::string& userid, const std::string& target,
+                           const std::string& prefix) {
+  UserScript out;
+  ScriptBuilder script(out);
+  script.Main(Utf8Line());
+  ScriptLine remove("udelete");
+  remove.Fixed("-force").Value(target, ScriptValue::kUserId);
+  script.Main(remove);
+  script.Main(UcreateLine(user, target));
+
+  // Each engine's list in three steps: the technical dictionaries first, the
+  // user's own once they are re-created, everything once other users'
+  // dictionaries are (the shares file).
+  struct Lists {
+    std::vector<std::string> tech, own, all;
+    bool has_own = false, has_other = false;
+  };
+  std::vector<Lists> lists;
+  for (const DumpEngine& e : user.engines) {
+    Lists l;
+    for (const DumpDictionaryRef& d : e.dics) {
+      std::string did = std::to_string(d.did);
+      if (Owns(owned, d.did)) {
+        l.own.push_back(DidReference(d.did));
+        l.all.push_back(DidReference(d.did));
+        l.has_own = true;
+      } else if (d.did < kFirstUserDid) {
+        l.tech.push_back(did);
+        l.own.push_back(did);
+        l.all.push_back(did);
+      } else {
+        l.all.push_back(DidReference(d.did));
+        l.has_other = true;
+      }
+    }
+    script.Main(EngineLine(e, target, DidList(l.tech)));
+    lists.push_back(l);
+  }
+  for (const DumpDictionary& d : owned) DictionaryLines(script, d, target, prefix);
+  for (size_t i = 0; i < user.engines.size(); ++i) {
+    if (lists[i].has_own) {
+      script.Main(
+          RelinkLine(user.engines[i].eid, target, DidList(lists[i].tech), DidList(lists[i].own)));
+    }
+  }
+
+  // The shares file: the user's dictionaries shared with others, ...
+  for (const DumpDictionary& d : owned) {
+    for (const std::string& u : d.shares) {
+      ScriptLine share("dupdate");
+      share.Fixed(DidReference(d.did))
+          .Joined("-runas", target, ScriptValue::kSelect)
+          .Option("-add", u);
+      script.Share(share);
+    }
+  }
+  // ... other users' dictionaries that the user's engines list, shared again
+  // by their owners, ...
+  std::vector<int64_t> seen;
+  for (const DumpEngine& e : user.engines) {
+    for (const DumpDictionaryRef& d : e.dics) {
+      if (d.did < kFirstUserDid || !d.owner || *d.owner == userid || Owns(owned, d.did)) continue;
+      if (std::find(seen.begin(), seen.end(), d.did) != seen.end()) continue;
+      seen.push_back(d.did);
+      ScriptLine share("dupdate");
+      share.Fixed(DidReference(d.did))
+          .Joined("-runas", *d.owner, ScriptValue::kSelect)
+          .Option("-add", target);
+      script.Share(share);
+    }
+  }
+  // ... and the engines' lists with them.
+  for (size_t i = 0; i < user.engines.size(); ++i) {
+    if (!lists[i].has_other) continue;
+    const std::vector<std::string>& now = lists[i].has_own ? lists[i].own : lists[i].tech;
+    script.Share(RelinkLine(user.engines[i].eid, target, DidList(now), DidList(lists[i].all)));
+  }
+  script.FinishShares(Utf8Line());
+  return out;
+}
+
 namespace {
 
 constexpr char kUdumpUsage[] =
     "Usage: udump [USERID] [-prefix PREFIX] [-target USERID]\n\n"
     "    -prefix     Start the names of the files written with PREFIX (default:\n"
-    "                the dumped userid).\n"
+    "                the dumped userid, with characters a file name cannot\n"
+    "                hold, such as \"/\", made \"_\").\n"
     "    -target     The userid that the generated commands create and run as\n"
     "                (default: the dumped userid). Its password is its userid.\n\n"
-    "Writes a script of lexctl3 commands, PREFIX_udump.txt, that re-creates the\n"
-    "user with all settings, engines and owned dictionaries when it is run with\n"
-    "read, and the dictionaries' exported data beside it (e.g. foo_10001.native,\n"
-    "foo_10002.ty3, and foo_10002.dat for a translation memory's user data).\n"
-    "Shares of other users' dictionaries go to PREFIX_udump_dicshares.txt, to be\n"
-    "read after the script.\n"
+    "Writes a script of lexctl3 commands, PREFIX_udump.txt, that deletes the user\n"
+    "where it exists (udelete -force) and re-creates it with all settings and\n"
+    "engines and the dictionaries it owns, and the dictionaries' exported data\n"
+    "beside it (e.g. foo_10001.native, foo_10002.ty3, and foo_10002.dat for a\n"
+    "translation memory's user data). Every share with another user, of the\n"
+    "user's dictionaries or of other users' dictionaries that its engines use,\n"
+    "goes to PREFIX_udump_dicshares.txt (written when there is one), together\n"
+    "with the engines' lists that name other users' dictionaries.\n\n"
+    "To replay dumps, read the main scripts of all users dumped together first,\n"
+    "then their shares files, in one lexctl3 run, so that the variables\n"
+    "DID_<old DID> that the main scripts set name the new dictionaries:\n"
+    "    read ann_udump.txt\n"
+    "    read bob_udump.txt\n"
+    "    read ann_udump_dicshares.txt\n"
+    "    read bob_udump_dicshares.txt\n\n"
     "Everything is written into the current directory. USERID may hold \"*\"\n"
-    "wildcards; without it the current user is dumped. After the dictionaries, one\n"
-    "uupdate -engSet line per engine points the engine's dictionary list at the\n"
-    "re-created dictionaries.\n";
+    "wildcards; without it the current user is dumped. Every value the server\n"
+    "sent reads back from the script exactly as it was; a user with a value no\n"
+    "script line can carry (a line break or other control character, \"{{\", a\n"
+    "userid that would read as an option or pattern) is not dumped, and the\n"
+    "command reports an error.\n";
 
 enum UdumpOption { kUdumpPrefix = kOptOwn, kUdumpTarget };
 const OptionDef kUdumpOptions[] = {{kUdumpPrefix, "-prefix", kOptRequired},
@@ -92,23 +455,11 @@ const char* Text(const std::string* s) { return s ? s->c_str() : ""; }
 bool SaveFile(const std::string& path, const unsigned char* data, size_t size) {
   FILE* f = fopen(path.c_str(), "wb");
   if (!f) return false;
-  bool ok = fwrite(data, 1, size, f) == size;
+  bool ok = size == 0 || fwrite(data, 1, size, f) == size;
   ok = fclose(f) == 0 && ok;
   if (!ok) remove(path.c_str());
   return ok;
 }
-
-// What the dump needs of one dictionary the user owns.
-struct OwnedDictionary {
-  int64_t did = 0;
-  std::string eid;
-  std::string format;  // export format of its engine; empty: none
-  std::string type_name;
-  std::string subject, languages, comment, vender;
-  std::vector<std::pair<std::string, std::string>> display;
-  std::vector<std::string> shares;
-  const xsd__base64Binary* userdata = nullptr;
-};
 
 // Export format of an engine: the format row whose API mask holds DictionaryExport.
 std::string ExportFormat(const nv__Engine& e) {
@@ -119,6 +470,56 @@ std::string ExportFormat(const nv__Engine& e) {
   return "";
 }
 
+DumpUser ToDump(const nv__User& u) {
+  DumpUser d;
+  auto copy = [](const std::string* s) {
+    return s ? std::optional<std::string>(*s) : std::nullopt;
+  };
+  d.features = copy(u.features);
+  d.username = copy(u.username);
+  d.timezone = copy(u.timezone);
+  if (u.validity) {
+    d.from = copy(u.validity->from);
+    d.to = copy(u.validity->to);
+  }
+  d.api = u.apiAllowed ? *u.apiAllowed : 0;
+  if (u.iprestrict) d.ips = u.iprestrict->item;
+  if (u.limits) {
+    for (const nv__Limit& l : u.limits->item) {
+      if (l.type) d.limits.emplace_back(*l.type, l.maximum ? *l.maximum : -1);
+    }
+  }
+  if (u.properties) {
+    for (const nv__Property& p : u.properties->item) {
+      d.properties.push_back({Text(p.key), Text(p.val), p.readonly && *p.readonly});
+    }
+  }
+  if (u.engines) {
+    for (const nv__Engine& e : u.engines->item) {
+      if (!e.eid) continue;
+      DumpEngine x;
+      x.eid = *e.eid;
+      x.support = static_cast<uint32_t>(e.support ? *e.support : 0);
+      x.hidden = e.type && (*e.type & 0x10);
+      if (e.validity) {
+        x.from = copy(e.validity->from);
+        x.to = copy(e.validity->to);
+      }
+      const nv__DictionaryInfo* info = e.dictionaryInfo;
+      if (info && info->limits) {
+        if (info->limits->tech) x.max_tech = *info->limits->tech;
+        if (info->limits->user) x.max_user = *info->limits->user;
+      }
+      if (info && info->list) {
+        for (const nv__Dictionary& dic : info->list->item)
+          x.dics.push_back({dic.did, copy(dic.ownerid)});
+      }
+      d.engines.push_back(std::move(x));
+    }
+  }
+  return d;
+}
+
 class UserDump {
  public:
   UserDump(ExecThread& thread, std::string userid, std::string prefix, std::string target)
@@ -127,35 +528,41 @@ class UserDump {
         prefix_(std::move(prefix)),
         target_(std::move(target)) {}
 
-  /// False when a file could not be written or the reply made no sense; a
-  /// failed call throws.
+  /// False when a file could not be written, the reply made no sense or a
+  /// value cannot be written; a failed call throws.
   bool Run();
 
  private:
   const nv__User* FetchUser();
   void FetchOwned(const nv__User& user);
-  void FetchDetails(OwnedDictionary& o);
-  std::string UcreateLine(const nv__User& user) const;
-  std::string EngineLines(const nv__User& user) const;
-  bool DictionaryLines(OwnedDictionary& d, std::string* out);
-  std::string RelinkLines(const nv__User& user) const;
-  bool WriteShares(const nv__User& user);
+  void FetchDetails(DumpDictionary& o);
+  bool SaveData(const DumpDictionary& d);
+  void Refuse(const std::string& value, const char* why);
 
   ExecThread& thread_;
   std::string userid_, prefix_, target_;
-  std::vector<OwnedDictionary> owned_;
+  std::vector<DumpDictionary> owned_;
+  std::map<int64_t, std::string> userdata_;
 };
 
+void UserDump::Refuse(const std::string& value, const char* why) {
+  ThreadPrint(thread_,
+              "Cannot dump user %s: a value holds characters a script cannot carry (%s): %s\n",
+              PrintableValue(userid_).c_str(), why, PrintableValue(value).c_str());
+}
+
 const nv__User* UserDump::FetchUser() {
-  ThreadPrint(thread_, "GetUser(%s)\n", userid_.c_str());
+  ThreadPrint(thread_, "GetUser(%s)\n", PrintableValue(userid_).c_str());
   RequestFrame frame(thread_, kUserKeys);
   frame.UseSelectKeys();
   auto* who = soap_new_nv__StringArray(frame.soap());
   who->item.push_back(userid_);
+  auto* lang = soap_new_std__string(frame.soap());
+  *lang = frame.data().uilang;
   auto* r = soap_new_nv__GetUserResponse(frame.soap());
   frame.Check(soap_call_nv__GetUser(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                    frame.clientid(), frame.reqgroup(), frame.select(), nullptr,
-                                    nullptr, who, *r));
+                                    frame.clientid(), frame.reqgroup(), frame.select(),
+                                    lang->empty() ? nullptr : lang, nullptr, who, *r));
   frame.Token(r->token);
   frame.Warnings(r->error);
   if (!r->users || r->users->item.empty()) {
@@ -174,10 +581,11 @@ const nv__User* UserDump::FetchUser() {
 void UserDump::FetchOwned(const nv__User& user) {
   RequestFrame frame(thread_, " dic ownerdic runas=" + userid_);
   frame.UseSelectKeys();
+  std::string lang = frame.data().uilang;
   auto* r = soap_new_nv__GetEngineInfoResponse(frame.soap());
   frame.Check(soap_call_nv__GetEngineInfo(frame.soap(), frame.endpoint(), "", frame.licence(),
                                           frame.clientid(), frame.reqgroup(), frame.select(),
-                                          nullptr, nullptr, *r));
+                                          lang.empty() ? nullptr : &lang, nullptr, *r));
   frame.Token(r->token);
   frame.Warnings(r->error);
   std::set<int64_t> seen;
@@ -185,7 +593,7 @@ void UserDump::FetchOwned(const nv__User& user) {
     if (!e.dictionaryInfo || !e.dictionaryInfo->list || !e.eid) return;
     for (const nv__Dictionary& d : e.dictionaryInfo->list->item) {
       if (!d.ownerid || *d.ownerid != userid_ || !seen.insert(d.did).second) continue;
-      OwnedDictionary o;
+      DumpDictionary o;
       o.did = d.did;
       o.eid = *e.eid;
       o.format = ExportFormat(e);
@@ -200,8 +608,9 @@ void UserDump::FetchOwned(const nv__User& user) {
   }
 }
 
-void UserDump::FetchDetails(OwnedDictionary& o) {
-  ThreadPrint(thread_, "UpdateDictionaryInfo(%s, %" PRId64 ")\n", userid_.c_str(), o.did);
+void UserDump::FetchDetails(DumpDictionary& o) {
+  ThreadPrint(thread_, "UpdateDictionaryInfo(%s, %" PRId64 ")\n", PrintableValue(userid_).c_str(),
+              o.did);
   RequestFrame info(thread_, " details runas=" + userid_);
   info.UseSelectKeys();
   auto* d = soap_new_nv__UpdateDictionaryInfoResponse(info.soap());
@@ -211,10 +620,11 @@ void UserDump::FetchDetails(OwnedDictionary& o) {
                                                 nullptr, *d));
   info.Token(d->token);
   info.Warnings(d->error);
+  o.type_name = "USER";
   if (!d->dic) return;
   const nv__DictionaryDetail& x = *d->dic;
   const char* type = x.type ? FlagName(*x.type, FlagTable::kDicType) : nullptr;
-  o.type_name = type ? type : "USER";
+  if (type) o.type_name = type;
   o.subject = Text(x.subject);
   o.languages = Text(x.languages);
   if (x.alldisplay) {
@@ -224,124 +634,28 @@ void UserDump::FetchDetails(OwnedDictionary& o) {
   if (x.details) {
     o.comment = Text(x.details->comment);
     o.vender = Text(x.details->vender);
-    if (x.details->userdata && x.details->userdata->__size > 0) o.userdata = x.details->userdata;
+    const xsd__base64Binary* data = x.details->userdata;
+    if (data && data->__ptr && data->__size > 0) {
+      o.has_userdata = true;
+      userdata_[o.did].assign(reinterpret_cast<const char*>(data->__ptr),
+                              static_cast<size_t>(data->__size));
+    }
   }
 }
 
-std::string UserDump::UcreateLine(const nv__User& user) const {
-  ScriptLine line("ucreate " + target_);
-  line.Add(" -userPass " + ScriptWord(target_));
-  if (user.features) line.Add(" -userFeat \"" + *user.features + "\"");
-  char number[64];
-  snprintf(number, sizeof number, "0x%llx",
-           static_cast<unsigned long long>(user.apiAllowed ? *user.apiAllowed : 0));
-  line.Add(std::string(" -userApi ") + number);
-  if (user.username) line.Add(" -userName " + ScriptWord(*user.username));
-  if (user.timezone) line.Add(" -userZone " + ScriptWord(*user.timezone));
-  if (user.validity && user.validity->from && !user.validity->from->empty()) {
-    line.Add(" -userFrom " + ScriptWord(*user.validity->from));
-  }
-  if (user.validity && user.validity->to && !user.validity->to->empty()) {
-    line.Add(" -userTo " + ScriptWord(*user.validity->to));
-  }
-  if (user.iprestrict) {
-    for (const std::string& cidr : user.iprestrict->item) line.Add(" -userIp " + ScriptWord(cidr));
-  }
-  if (user.limits) {
-    for (const nv__Limit& l : user.limits->item) {
-      if (!l.type) continue;
-      snprintf(number, sizeof number, "=%lld", static_cast<long long>(l.maximum ? *l.maximum : -1));
-      line.Add(" -userLimit " + ScriptWord(*l.type + number));
-    }
-  }
-  if (user.properties) {
-    for (const nv__Property& p : user.properties->item) {
-      std::string mark = p.readonly && *p.readonly ? "!" : "";
-      line.Add(" -userPropAdd " + ScriptWord(mark + Text(p.key) + "=" + Text(p.val)));
-    }
-  }
-  return line.Finish();
-}
-
-std::string UserDump::EngineLines(const nv__User& user) const {
-  std::string out;
-  if (!user.engines) return out;
-  for (const nv__Engine& e : user.engines->item) {
-    if (!e.eid) continue;
-    ScriptLine line("uupdate " + target_);
-    line.Add(" -engAdd " + *e.eid);
-    char number[64];
-    snprintf(number, sizeof number, " -engSupport 0x%08lx",
-             static_cast<unsigned long>(static_cast<uint32_t>(e.support ? *e.support : 0)));
-    line.Add(number);
-    if (e.type && (*e.type & 0x10)) line.Add(" -engType HIDDEN ");
-    if (e.validity && e.validity->from && !e.validity->from->empty()) {
-      line.Add(" -engFrom " + ScriptWord(*e.validity->from));
-    }
-    if (e.validity && e.validity->to && !e.validity->to->empty()) {
-      line.Add(" -engTo " + ScriptWord(*e.validity->to));
-    }
-    const nv__DictionaryInfo* info = e.dictionaryInfo;
-    if (info && info->limits) {
-      if (info->limits->tech) {
-        snprintf(number, sizeof number, " -engMaxTech %ld", static_cast<long>(*info->limits->tech));
-        line.Add(number);
-      }
-      if (info->limits->user) {
-        snprintf(number, sizeof number, " -engMaxUser %ld", static_cast<long>(*info->limits->user));
-        line.Add(number);
-      }
-    }
-    std::string shares;
-    line.Add(" -engDicAdd \"");
-    if (info && info->list) {
-      for (const nv__Dictionary& d : info->list->item) {
-        line.Add(std::to_string(d.did) + " ");
-        for (const OwnedDictionary& o : owned_) {
-          if (o.did != d.did) continue;
-          for (const std::string& u : o.shares) {
-            shares += "dupdate {{DID_" + std::to_string(d.did) + ":" + std::to_string(d.did) +
-                      "}} -runas=" + target_ + " -add " + ScriptWord(u) + "\n";
-          }
-        }
-      }
-    }
-    line.Add("\"");
-    out += line.Finish() + shares;
-  }
-  return out;
-}
-
-bool UserDump::DictionaryLines(OwnedDictionary& d, std::string* out) {
-  std::string did = std::to_string(d.did);
-  ScriptLine create("dcreate -runas " + target_);
-  create.Add(" -eid " + ScriptWord(d.eid));
-  create.Add(" -type " + d.type_name);
-  if (!d.subject.empty()) create.Add(" -subject " + ScriptWord(d.subject));
-  if (!d.languages.empty()) create.Add(" -languages " + ScriptWord(d.languages));
-  for (const auto& [lang, text] : d.display) create.Add(" -display " + ScriptWord(lang + "=" + text));
-  if (!d.comment.empty()) create.Add(" -comment " + ScriptWord(d.comment));
-  if (!d.vender.empty()) create.Add(" -vendor " + ScriptWord(d.vender));
-  if (d.userdata) {
-    std::string file = prefix_ + "_" + did + ".dat";
-    if (!SaveFile(file, d.userdata->__ptr, static_cast<size_t>(d.userdata->__size))) {
+// The user data and the exported entries of one dictionary, into their files.
+bool UserDump::SaveData(const DumpDictionary& d) {
+  if (d.has_userdata) {
+    std::string file = DumpUserdataFile(prefix_, d);
+    const std::string& data = userdata_[d.did];
+    if (!SaveFile(file, reinterpret_cast<const unsigned char*>(data.data()), data.size())) {
       ThreadPrint(thread_, "Unable to save userdata to file: %s\n", file.c_str());
       return false;
     }
-    create.Add(" -userdata " + ScriptWord(file));
   }
-  *out += create.Finish();
-  ScriptLine share("dupdate -runas " + target_ + " LAST");
-  for (const std::string& u : d.shares) share.Add(" -add " + ScriptWord(u));
-  *out += share.Finish();
-  *out += "setvar DID_" + did + " {{LAST}}\n";
-
-  if (d.format.empty()) {
-    *out += "# Not supported: dictionary " + did + " has no export format\n";
-    return true;
-  }
-  ThreadPrint(thread_, "DictionaryExport(%s, %s, %s)\n", userid_.c_str(), d.format.c_str(),
-              did.c_str());
+  if (d.format.empty()) return true;
+  ThreadPrint(thread_, "DictionaryExport(%s, %s, %" PRId64 ")\n", PrintableValue(userid_).c_str(),
+              PrintableValue(d.format).c_str(), d.did);
   RequestFrame frame(thread_, Local(thread_).settings.dime ? " dime" : "");
   frame.UseSelectKeys();
   auto* r = soap_new_nv__DictionaryExportResponse(frame.soap());
@@ -351,7 +665,6 @@ bool UserDump::DictionaryLines(OwnedDictionary& d, std::string* out) {
                                              d.did, &format, nullptr, *r));
   frame.Token(r->token);
   frame.Warnings(r->error);
-  std::string file = prefix_ + "_" + did + ExportExtension(d.format);
   std::string data;
   if (r->data) {
     for (const nv__DictionaryData& item : r->data->item) {
@@ -361,104 +674,65 @@ bool UserDump::DictionaryLines(OwnedDictionary& d, std::string* out) {
       }
     }
   }
+  std::string file = DumpDataFile(prefix_, d);
   if (!SaveFile(file, reinterpret_cast<const unsigned char*>(data.data()), data.size())) {
     ThreadPrint(thread_, "Unable to save data to file: %s\n", file.c_str());
     return false;
   }
-  *out += "dimport -runas " + target_ + " LAST -replace " + ScriptWord(file) + "\n";
-  return true;
-}
-
-// Engines listed the old DIDs before the dictionaries were re-created: point
-// them at the new ones. The whole list is set again, so that its order, which
-// is the order of priority, stays.
-std::string UserDump::RelinkLines(const nv__User& user) const {
-  std::string out;
-  if (!user.engines) return out;
-  for (const nv__Engine& e : user.engines->item) {
-    if (!e.eid || !e.dictionaryInfo || !e.dictionaryInfo->list) continue;
-    std::string old_dids, new_dids;
-    bool relinked = false;
-    for (const nv__Dictionary& d : e.dictionaryInfo->list->item) {
-      bool mine = false;
-      for (const OwnedDictionary& o : owned_) mine = mine || o.did == d.did;
-      std::string did = std::to_string(d.did);
-      old_dids += did + " ";
-      new_dids += mine ? "{{DID_" + did + ":" + did + "}} " : did + " ";
-      relinked = relinked || mine;
-    }
-    if (!relinked) continue;
-    ScriptLine line("uupdate " + target_);
-    line.Add(" -engSet " + *e.eid);
-    line.Add(" -engDicDel \"" + old_dids + "\"");
-    line.Add(" -engDicAdd \"" + new_dids + "\"");
-    out += line.Finish();
-  }
-  return out;
-}
-
-// Other users' dictionaries this user uses: their owners share them again, and
-// the target's engine takes them up again.
-bool UserDump::WriteShares(const nv__User& user) {
-  std::string out;
-  std::set<int64_t> seen;
-  if (user.engines) {
-    for (const nv__Engine& e : user.engines->item) {
-      if (!e.dictionaryInfo || !e.dictionaryInfo->list) continue;
-      for (const nv__Dictionary& d : e.dictionaryInfo->list->item) {
-        if (d.did < 10000 || !d.ownerid || *d.ownerid == userid_ || !seen.insert(d.did).second) continue;
-        std::string did = std::to_string(d.did);
-        ScriptLine line("dupdate {{DID_" + did + ":" + did + "}} -runas=" + *d.ownerid);
-        line.Add(" -add " + ScriptWord(target_));
-        out += line.Finish();
-      }
-    }
-  }
-  if (out.empty()) return true;
-  std::string file = prefix_ + "_udump_dicshares.txt";
-  if (!SaveFile(file, reinterpret_cast<const unsigned char*>(out.data()), out.size())) {
-    ThreadPrint(thread_, "Failed to create output file: %s\n", file.c_str());
-    return false;
-  }
-  ThreadPrint(thread_, "Dictionary shares file: %s\n", file.c_str());
   return true;
 }
 
 bool UserDump::Run() {
+  // Nothing is asked of the server for a user the script could not name.
+  if (const char* why = ScriptValueProblem(target_, ScriptValue::kUserId)) {
+    Refuse(target_, why);
+    return false;
+  }
   const nv__User* user = FetchUser();
   if (!user) return false;
+  DumpUser dump = ToDump(*user);
   FetchOwned(*user);
+  for (DumpDictionary& d : owned_) FetchDetails(d);
+  UserScript script = WriteUserScript(dump, owned_, userid_, target_, prefix_);
+  if (script.refused) {
+    Refuse(script.refused->first, script.refused->second.c_str());
+    return false;
+  }
 
   std::string script_name = prefix_ + "_udump.txt";
-  std::unique_ptr<FILE, int (*)(FILE*)> script(fopen(script_name.c_str(), "wb"), fclose);
-  if (!script) {
+  FILE* file = fopen(script_name.c_str(), "wb");
+  if (!file) {
     ThreadPrint(thread_, "Failed to create output file: %s\n", script_name.c_str());
     return false;
   }
-  // The engine lines come first in the script but need what each
-  // dictionary's details say about its shares.
-  std::string dictionaries;
-  bool ok = true;
-  for (OwnedDictionary& d : owned_) {
-    FetchDetails(d);
-    if (!DictionaryLines(d, &dictionaries)) {
-      ok = false;
-      break;
+  bool saved = true;
+  try {
+    for (const DumpDictionary& d : owned_) {
+      if (!(saved = SaveData(d))) break;
     }
+  } catch (...) {
+    fclose(file);
+    remove(script_name.c_str());
+    throw;
   }
-  std::string text = "setopt utf8 true\n";
-  text += "udelete -force " + target_ + "\n";
-  text += UcreateLine(*user);
-  text += EngineLines(*user);
-  text += dictionaries;
-  if (ok) text += RelinkLines(*user);
-  bool written = fwrite(text.data(), 1, text.size(), script.get()) == text.size();
-  written = fclose(script.release()) == 0 && written;
+  // A script without its data would replay half the user.
+  bool written =
+      saved && fwrite(script.main.data(), 1, script.main.size(), file) == script.main.size();
+  written = fclose(file) == 0 && written;
   if (!written) {
-    ThreadPrint(thread_, "Failed to write output file: %s\n", script_name.c_str());
+    remove(script_name.c_str());
+    if (saved) ThreadPrint(thread_, "Failed to write output file: %s\n", script_name.c_str());
     return false;
   }
-  if (!ok || !WriteShares(*user)) return false;
+  if (!script.shares.empty()) {
+    std::string shares_name = prefix_ + "_udump_dicshares.txt";
+    if (!SaveFile(shares_name, reinterpret_cast<const unsigned char*>(script.shares.data()),
+                  script.shares.size())) {
+      ThreadPrint(thread_, "Failed to create output file: %s\n", shares_name.c_str());
+      return false;
+    }
+    ThreadPrint(thread_, "Dictionary shares file: %s\n", shares_name.c_str());
+  }
   ThreadPrint(thread_, "User dump file: %s\n", script_name.c_str());
   ThreadPrint(thread_, "Other files:    %s_*\n", prefix_.c_str());
   return true;
@@ -492,12 +766,10 @@ void CmdUdump(ExecThread& thread, ArgVector& args) {
     }
     bool failed = false;
     for (const std::string& id : ids) {
-      ThreadPrint(thread, "User ID:      %s\n", id.c_str());
+      ThreadPrint(thread, "User ID:      %s\n", PrintableValue(id).c_str());
       ThreadPrint(thread, kSeparator);
-      // A group's user id would name a folder.
-      std::string file_id = id;
-      for (char& c : file_id) c = c == '/' ? '_' : c;
-      UserDump dump(thread, id, has_prefix ? prefix : file_id, has_target ? target : id);
+      // The files of a user id the server sent stay in the current folder.
+      UserDump dump(thread, id, has_prefix ? prefix : DumpFilePrefix(id), has_target ? target : id);
       try {
         if (!dump.Run()) failed = true;
       } catch (const Exception& e) {
@@ -506,7 +778,10 @@ void CmdUdump(ExecThread& thread, ArgVector& args) {
       }
       ThreadPrint(thread, kSeparator);
     }
-    if (failed) ThreadPrint(thread, "\nErrors occurred during processing.\n");
+    if (failed) {
+      ThreadPrint(thread, "\nErrors occurred during processing.\n");
+      MarkFailed(thread);
+    }
     ThreadPrint(thread, "Done.\n");
   });
 }

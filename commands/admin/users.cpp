@@ -183,10 +183,11 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
         RequestFrame fetch(thread, "");
         nv__StringArray who;
         who.item.push_back(id);
+        std::string lang = fetch.data().uilang;
         nv__GetUserResponse got;
         fetch.Check(soap_call_nv__GetUser(fetch.soap(), fetch.endpoint(), "", fetch.licence(),
-                                          fetch.clientid(), fetch.reqgroup(), nullptr, nullptr,
-                                          nullptr, &who, got));
+                                          fetch.clientid(), fetch.reqgroup(), nullptr,
+                                          lang.empty() ? nullptr : &lang, nullptr, &who, got));
         fetch.Token(got.token);
         fetch.Warnings(got.error);
         if (got.users && !got.users->item.empty() && got.users->item[0].iprestrict) {
@@ -196,6 +197,8 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
       ips = ApplyIpEdits(ips, edits.ip_edits);
     }
     nv__UserUpdate* update = BuildUserUpdate(frame.soap(), edits, id, whole_list ? &ips : nullptr);
+    std::string lang = frame.data().uilang;
+    std::string* display_lang = lang.empty() ? nullptr : &lang;
     const nv__User* user = nullptr;
     if (create) {
       ThreadPrint(thread, "Creating userid: %-20s", id.c_str());
@@ -203,7 +206,7 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
       nv__CreateUserResponse r;
       int status = soap_call_nv__CreateUser(frame.soap(), frame.endpoint(), "", frame.licence(),
                                             frame.clientid(), frame.reqgroup(), frame.select(),
-                                            nullptr, update, tpl.empty() ? nullptr : &tpl, r);
+                                            display_lang, update, tpl.empty() ? nullptr : &tpl, r);
       frame.Check(status);
       frame.Token(r.token);
       ThreadPrint(thread, "OK.\n");
@@ -214,7 +217,7 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
       nv__UpdateUserResponse r;
       int status = soap_call_nv__UpdateUser(frame.soap(), frame.endpoint(), "", frame.licence(),
                                             frame.clientid(), frame.reqgroup(), frame.select(),
-                                            nullptr, update, r);
+                                            display_lang, update, r);
       frame.Check(status);
       frame.Token(r.token);
       ThreadPrint(thread, " OK.\n");

@@ -5,6 +5,7 @@ crossed the wire to a JSON-lines log, one record per request.
 
 Usage: wire_capture.py TARGET_HOST TARGET_PORT LOG — prints its port first."""
 import json
+import re
 import socket
 import sys
 import threading
@@ -33,6 +34,14 @@ def read_message(sock, buffer):
             return None, buffer
         rest += chunk
     return (head, rest[:length]), rest[length:]
+
+
+def operation_of(body):
+    """The operation a SOAP request calls and its displayLang text (None when
+    the request has none); (None, None) for a body that is not plain XML."""
+    op = re.search(rb"<(?:[\w.-]+:)?Body[^>]*>\s*<(?:[\w.-]+:)?([\w.-]+)", body)
+    lang = re.search(rb"<(?:[\w.-]+:)?displayLang(?:\s[^>]*)?>([^<]*)<", body)
+    return (op.group(1).decode() if op else None, lang.group(1).decode() if lang else None)
 
 
 def headers_of(head):
@@ -82,7 +91,9 @@ class Relay:
                 if not reply:
                     return
                 reply_line, reply_headers = headers_of(reply[0])
+                operation, display_lang = operation_of(body)
                 self.record({"connection": conn_id, "request_line": request_line, "headers": headers,
+                             "operation": operation, "display_lang": display_lang,
                              "body_start": body[:4].hex(), "create_session": b"CreateSession" in body,
                              "reply_line": reply_line,
                              "reply_headers": reply_headers})

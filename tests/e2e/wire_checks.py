@@ -2,7 +2,8 @@
 """What lexctl3 puts on the wire, seen by a recording relay between it and
 lexsim, on both comms layers: compression only when asked, the trust and
 forwarding headers, Basic authentication on CreateSession only, the user
-agent, keep-alive, and requests through an HTTP proxy."""
+agent, keep-alive, requests through an HTTP proxy, and the thread's uilang
+in the displayLang of every operation that has one."""
 import base64
 import json
 import os
@@ -125,6 +126,26 @@ def main():
                 else:
                     logs = sent + received
                 check("s3cret-admin-pw" not in logs, f"{layer}: clear password in a debug log")
+
+                # Every request of an operation with a displayLang element carries the
+                # thread's uilang: users, engines, dictionaries, lookup, udump, dtransfer.
+                open(log, "w").close()
+                out = run(lexctl, cwd, [f"setopt server http://127.0.0.1:{relay_port}", *common,
+                                        "setopt uilang ja", f"ucreate dl{layer} -userPass pw",
+                                        f"uupdate dl{layer} -userName Dee", f"uupdate dl{layer} -userIpAdd 10.1.0.0/16",
+                                        f"uget dl{layer}", "einfo", f"dcreate -runas dl{layer} -eid QZ-EJ -type USER",
+                                        f"udump dl{layer}", f"dtransfer dl{layer} -from QZ-EJ -to QZ-JE",
+                                        "lookup -eid QZ-EJ apple", f"udelete -force dl{layer}"])
+                records = [json.loads(line) for line in open(log)]
+                langs = {}
+                for r in records:
+                    if r["operation"] in ("CreateUser", "UpdateUser", "GetUser", "GetEngineInfo", "LookupFormatted"):
+                        langs.setdefault(r["operation"], []).append(r["display_lang"])
+                check("SOAP EXCEPTION" not in out and "FAILED" not in out, f"{layer}: uilang calls failed:\n{out}")
+                check(len(langs) == 5 and len(langs["GetUser"]) >= 3 and len(langs["UpdateUser"]) >= 3 and
+                      len(langs["GetEngineInfo"]) >= 4 and
+                      all(lang == "ja" for sent in langs.values() for lang in sent),
+                      f"{layer}: displayLang not the thread's uilang: {langs}")
 
                 # Through an HTTP proxy: the request names the server in full.
                 open(log, "w").close()

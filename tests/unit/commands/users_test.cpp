@@ -256,5 +256,72 @@ TEST(ScriptLines, BreakBefore96Columns) {
   EXPECT_EQ(ExportExtension("TM Text"), ".tm_text");
 }
 
+TEST(ScriptLines, ValuesReadBackOrAreRefused) {
+  EXPECT_EQ(ScriptValueProblem("say \"hi\" ; shell x \\", ScriptValue::kText), nullptr);
+  EXPECT_STREQ(ScriptValueProblem("a\nshell touch x", ScriptValue::kText), "a line break");
+  EXPECT_STREQ(ScriptValueProblem("a\rb", ScriptValue::kText), "a line break");
+  EXPECT_STREQ(ScriptValueProblem("a\x1b", ScriptValue::kText), "a control character");
+  EXPECT_EQ(ScriptValueProblem("a\tb", ScriptValue::kText), nullptr) << "quoted, a tab stays";
+  EXPECT_STREQ(ScriptValueProblem("{{x}}", ScriptValue::kText), "\"{{\"");
+  EXPECT_EQ(ScriptValueProblem("}}", ScriptValue::kText), nullptr);
+  EXPECT_NE(ScriptValueProblem("-x", ScriptValue::kUserId), nullptr);
+  EXPECT_NE(ScriptValueProblem("/x", ScriptValue::kWord), nullptr);
+  EXPECT_NE(ScriptValueProblem("a*", ScriptValue::kUserId), nullptr);
+  EXPECT_NE(ScriptValueProblem("a b", ScriptValue::kSelect), nullptr);
+  EXPECT_NE(ScriptValueProblem("", ScriptValue::kUserId), nullptr);
+  EXPECT_NE(ScriptValueProblem("f?.txt", ScriptValue::kFileName), nullptr);
+  EXPECT_EQ(ScriptValueProblem("-x", ScriptValue::kText), nullptr);
+
+  ScriptLine line("ucreate");
+  line.Value("q\"u", ScriptValue::kUserId).Option("-userName", "-?").Option("-userZone", "a b");
+  EXPECT_EQ(line.Finish(), "ucreate \"q\\\"u\" -userName=-? -userZone \"a b\"\n")
+      << "-? alone would be taken as a request for help";
+  EXPECT_FALSE(line.refused());
+  ASSERT_EQ(line.args().size(), 4u);
+  EXPECT_EQ(line.args()[1].text, "-userName=-?");
+  line.Option("-userName", "a\nb");
+  ASSERT_TRUE(line.refused());
+  EXPECT_EQ(line.refused()->first, "a\nb");
+
+  EXPECT_EQ(DumpFilePrefix("group/ann"), "group_ann");
+  EXPECT_EQ(DumpFilePrefix("../x"), ".._x");
+  EXPECT_EQ(DumpFilePrefix("-a\\b:c*d?\n"), "_-a_b_c_d__");
+  EXPECT_EQ(PrintableValue("a\n{{x}}"), "a\\x0a\\x7b\\x7bx\\x7d\\x7d");
+}
+
+TEST(ScriptLines, SharesGoToTheSharesFile) {
+  DumpUser user;
+  DumpEngine e;
+  e.eid = "QZ-EJ";
+  e.dics = {{10005, std::string("ann")}, {101, std::nullopt}, {10007, std::string("bob")}};
+  user.engines.push_back(e);
+  DumpDictionary own;
+  own.did = 10005;
+  own.eid = "QZ-EJ";
+  own.format = "native";
+  own.type_name = "USER_SHARED";
+  own.shares = {"bob"};
+  UserScript script = WriteUserScript(user, {own}, "ann", "ann", "ann");
+  ASSERT_FALSE(script.refused);
+  EXPECT_EQ(script.main.find("dupdate"), std::string::npos) << script.main;
+  EXPECT_NE(script.main.find("-engDicAdd 101\n"), std::string::npos) << script.main;
+  EXPECT_NE(script.main.find("setvar DID_10005 {{LAST}}\n"), std::string::npos) << script.main;
+  EXPECT_NE(script.main.find("-engDicDel 101 -engDicAdd \"{{DID_10005:10005}} 101\"\n"),
+            std::string::npos)
+      << script.main;
+  std::string relink = "uupdate ann -engSet QZ-EJ -engDicDel \"{{DID_10005:10005}} 101\"";
+  EXPECT_EQ(script.shares,
+            "setopt utf8 true\n"
+            "dupdate {{DID_10005:10005}} -runas=ann -add bob\n"
+            "dupdate {{DID_10007:10007}} -runas=bob -add ann\n" +
+                relink + std::string(96 - relink.size(), ' ') + " \\\n" +
+                "     -engDicAdd \"{{DID_10005:10005}} 101 {{DID_10007:10007}}\"\n");
+
+  user.username = "u\nshell touch INJECTED\n#";
+  script = WriteUserScript(user, {own}, "ann", "ann", "ann");
+  ASSERT_TRUE(script.refused);
+  EXPECT_EQ(script.refused->first, *user.username);
+}
+
 }  // namespace
 }  // namespace lexctl

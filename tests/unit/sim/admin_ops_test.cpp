@@ -793,6 +793,19 @@ TEST_F(Admin, DeleteNeedsForceForOwners) {
   EXPECT_NE(soap_call_nv__DeleteUser(soap_, url(), "", Lic("admin"), nullptr, nullptr, S("force"),
                                      ids, r),
             SOAP_OK);
+  // With force, as with rm -f, a user that does not exist is no error; without, it is.
+  MakeUser("gail");
+  ids->item = {"nobody", "gail"};
+  EXPECT_NE(
+      soap_call_nv__DeleteUser(soap_, url(), "", Lic("admin"), nullptr, nullptr, nullptr, ids, r),
+      SOAP_OK);
+  EXPECT_EQ(FaultErr(), "NOT_FOUND");
+  EXPECT_TRUE(GetUser("admin", "gail", ""));
+  ASSERT_EQ(soap_call_nv__DeleteUser(soap_, url(), "", Lic("admin"), nullptr, nullptr, S("force"),
+                                     ids, r),
+            SOAP_OK)
+      << FaultErr();
+  EXPECT_EQ(GetUser("admin", "gail", "", &rc), nullptr);
 }
 
 TEST_F(Admin, ListPatternsAndGroups) {
