@@ -81,6 +81,25 @@ ScriptLine& ScriptLine::Fixed(const std::string& option, const std::string& word
   return *this;
 }
 
+ScriptLine& ScriptLine::Dids(const std::string& option, const std::vector<std::string>& dids) {
+  Add(" " + option + " \"");
+  size_t start = text_.size();
+  for (const std::string& did : dids) Add(did + " ");
+  Add("\"");
+  // A continuation inside the quotes leaves its blanks in the argument.
+  std::string list = text_.substr(start, text_.size() - 1 - start);
+  for (size_t at; (at = list.find("\\\n")) != std::string::npos;) list.erase(at, 2);
+  args_.push_back({option, false});
+  args_.push_back({list, false});
+  return *this;
+}
+
+ScriptLine& ScriptLine::Piece(const std::string& piece, const std::vector<std::string>& words) {
+  Add(piece);
+  for (const std::string& word : words) args_.push_back({word, false});
+  return *this;
+}
+
 ScriptLine& ScriptLine::Value(const std::string& value, ScriptValue kind) {
   Check(value, kind);
   Add(" " + ScriptWord(value));
@@ -194,13 +213,6 @@ bool Owns(const std::vector<DumpDictionary>& owned, int64_t did) {
   return false;
 }
 
-// A list of DIDs as -engDicAdd and -engDicDel take it.
-std::string DidList(const std::vector<std::string>& dids) {
-  std::string list;
-  for (const std::string& did : dids) list += (list.empty() ? "" : " ") + did;
-  return list;
-}
-
 class ScriptBuilder {
  public:
   explicit ScriptBuilder(UserScript& out) : out_(out) {}
@@ -269,28 +281,30 @@ ScriptLine UcreateLine(const DumpUser& user, const std::string& target) {
   return line;
 }
 
-ScriptLine EngineLine(const DumpEngine& e, const std::string& target, const std::string& dics) {
+ScriptLine EngineLine(const DumpEngine& e, const std::string& target,
+                      const std::vector<std::string>& dics) {
   ScriptLine line("uupdate");
   line.Value(target, ScriptValue::kUserId);
   line.Option("-engAdd", e.eid);
   line.Fixed("-engSupport", Hex("0x%08llx", e.support));
-  if (e.hidden) line.Fixed("-engType", "HIDDEN");
+  if (e.hidden) line.Piece(" -engType HIDDEN ", {"-engType", "HIDDEN"});
   if (e.from && !e.from->empty()) line.Option("-engFrom", *e.from);
   if (e.to && !e.to->empty()) line.Option("-engTo", *e.to);
   if (e.max_tech) line.Fixed("-engMaxTech", std::to_string(*e.max_tech));
   if (e.max_user) line.Fixed("-engMaxUser", std::to_string(*e.max_user));
-  line.Fixed("-engDicAdd", dics);
+  line.Dids("-engDicAdd", dics);
   return line;
 }
 
 // Sets an engine's whole list again, since its order is the order of priority.
 ScriptLine RelinkLine(const std::string& eid, const std::string& target,
-                      const std::string& old_dics, const std::string& new_dics) {
+                      const std::vector<std::string>& old_dics,
+                      const std::vector<std::string>& new_dics) {
   ScriptLine line("uupdate");
   line.Value(target, ScriptValue::kUserId);
   line.Option("-engSet", eid);
-  line.Fixed("-engDicDel", old_dics);
-  line.Fixed("-engDicAdd", new_dics);
+  line.Dids("-engDicDel", old_dics);
+  line.Dids("-engDicAdd", new_dics);
   return line;
 }
 
@@ -364,14 +378,14 @@ UserScript WriteUserScript(const DumpUser& user, const std::vector<DumpDictionar
         l.has_other = true;
       }
     }
-    script.Main(EngineLine(e, target, DidList(l.tech)));
+    script.Main(EngineLine(e, target, l.tech));
     lists.push_back(l);
   }
   for (const DumpDictionary& d : owned) DictionaryLines(script, d, target, prefix);
   for (size_t i = 0; i < user.engines.size(); ++i) {
     if (lists[i].has_own) {
       script.Main(
-          RelinkLine(user.engines[i].eid, target, DidList(lists[i].tech), DidList(lists[i].own)));
+          RelinkLine(user.engines[i].eid, target, lists[i].tech, lists[i].own));
     }
   }
 
@@ -404,7 +418,7 @@ UserScript WriteUserScript(const DumpUser& user, const std::vector<DumpDictionar
   for (size_t i = 0; i < user.engines.size(); ++i) {
     if (!lists[i].has_other) continue;
     const std::vector<std::string>& now = lists[i].has_own ? lists[i].own : lists[i].tech;
-    script.Share(RelinkLine(user.engines[i].eid, target, DidList(now), DidList(lists[i].all)));
+    script.Share(RelinkLine(user.engines[i].eid, target, now, lists[i].all));
   }
   script.FinishShares(Utf8Line());
   return out;

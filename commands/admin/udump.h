@@ -62,6 +62,13 @@ class ScriptLine {
   /// An option joined to its value in one word: " -name=VALUE".
   ScriptLine& Joined(const std::string& option, const std::string& value, ScriptValue kind);
 
+  /// A list of DIDs (or references to them) as one argument: ' -name "', then
+  /// "DID " each as a piece of its own, then the closing quote.
+  ScriptLine& Dids(const std::string& option, const std::vector<std::string>& dids);
+  /// A piece of the dump's own, written as it stands, and the words it reads
+  /// back as.
+  ScriptLine& Piece(const std::string& piece, const std::vector<std::string>& words);
+
   /// Refuses a value the command's parser would read otherwise.
   void Refuse(const std::string& value, const char* why);
 
