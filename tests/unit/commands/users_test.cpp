@@ -304,18 +304,20 @@ TEST(ScriptLines, SharesGoToTheSharesFile) {
   UserScript script = WriteUserScript(user, {own}, "ann", "ann", "ann");
   ASSERT_FALSE(script.refused);
   EXPECT_EQ(script.main.find("dupdate"), std::string::npos) << script.main;
-  EXPECT_NE(script.main.find("-engDicAdd 101\n"), std::string::npos) << script.main;
+  EXPECT_NE(script.main.find("-engDicAdd \"101 \"\n"), std::string::npos) << script.main;
   EXPECT_NE(script.main.find("setvar DID_10005 {{LAST}}\n"), std::string::npos) << script.main;
-  EXPECT_NE(script.main.find("-engDicDel 101 -engDicAdd \"{{DID_10005:10005}} 101\"\n"),
+  EXPECT_NE(script.main.find("-engDicDel \"101 \" -engDicAdd \"{{DID_10005:10005}} 101 \"\n"),
             std::string::npos)
       << script.main;
-  std::string relink = "uupdate ann -engSet QZ-EJ -engDicDel \"{{DID_10005:10005}} 101\"";
+  // A long DID list breaks between DIDs, and the blanks stay inside the quotes.
+  std::string relink =
+      "uupdate ann -engSet QZ-EJ -engDicDel \"{{DID_10005:10005}} 101 \" -engDicAdd \"{{DID_10005:10005}} ";
   EXPECT_EQ(script.shares,
             "setopt utf8 true\n"
             "dupdate {{DID_10005:10005}} -runas=ann -add bob\n"
             "dupdate {{DID_10007:10007}} -runas=bob -add ann\n" +
                 relink + std::string(96 - relink.size(), ' ') + " \\\n" +
-                "     -engDicAdd \"{{DID_10005:10005}} 101 {{DID_10007:10007}}\"\n");
+                "    101 {{DID_10007:10007}} \"\n");
 
   user.username = "u\nshell touch INJECTED\n#";
   script = WriteUserScript(user, {own}, "ann", "ann", "ann");
