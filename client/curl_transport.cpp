@@ -244,6 +244,14 @@ int CurlTransport::Perform(struct soap* soap) {
   if (!curl_) return soap->error = SOAP_EOM;
   CURL* curl = curl_;
 
+  if (!configured_) ca_problem_ = UnreadableCaSetting(settings_);
+  // libcurl would name only the certificate it could not verify; a CA file
+  // or folder that is set and cannot be read is the reason to name.
+  if (!ca_problem_.empty() && strncasecmp(url_.c_str(), "https:", 6) == 0) {
+    request_.clear();
+    return soap_set_sender_error(soap, soap_strdup(soap, ca_problem_.c_str()), nullptr, SOAP_SSL_ERROR);
+  }
+
   std::string request;
   request.swap(request_);
   size_t head_end = request.find("\r\n\r\n");

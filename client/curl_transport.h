@@ -43,6 +43,7 @@ class CurlTransport {
   int ssl_mode_ = kSslFull;
   bool configured_ = false;
   std::string ca_file_;
+  std::string ca_problem_;  // a CA file or folder that is set but cannot be read
   std::string url_;
   std::string request_;
   bool request_sized_ = false;

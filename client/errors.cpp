@@ -3,6 +3,9 @@
 #include <strings.h>
 
 #include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
 
 #include "client/local_data.h"
 #include "shell/output.h"
@@ -55,6 +58,38 @@ constexpr StatusText kStatusNames[] = {
     {501, 501, "Not Implemented"}, {502, 502, "Bad Gateway"}, {503, 503, "Service Unavailable"},
 };
 
+// The status of a received fault, decided by the namespace of its code.
+// gSOAP reads the code's QName into the namespace table's prefix for the
+// envelope ("SOAP-ENV:Client" whichever prefix the reply bound to that
+// namespace, or none), but then tells Client from Server by looking that
+// prefix up among the reply's own bindings, where only a reply that itself
+// says "SOAP-ENV" has it: a fault as .NET ("soap:"), JAX-WS ("S:") or a
+// default namespace writes it came back as SOAP_FAULT, its detail and
+// session token unread. The code as read names its namespace by the table's
+// prefix, so comparing it with that prefix matches the namespace itself.
+int FaultStatus(struct soap* soap, int status) {
+  if (status != SOAP_FAULT || !soap->fault) return status;
+  const char* code = *soap_faultcode(soap);
+  if (!code) return status;
+  std::string prefix = soap->local_namespaces && soap->local_namespaces[0].id ? soap->local_namespaces[0].id
+                                                                              : "SOAP-ENV";
+  size_t colon = std::string_view(code).find(':');
+  if (colon == std::string_view::npos || std::string_view(code, colon) != prefix) return status;
+  static constexpr struct {
+    const char* name;
+    int status;
+  } kCodes[] = {
+      {"Client", SOAP_CLI_FAULT},  {"Sender", SOAP_CLI_FAULT},   // SOAP 1.1, 1.2
+      {"Server", SOAP_SVR_FAULT},  {"Receiver", SOAP_SVR_FAULT},
+      {"MustUnderstand", SOAP_MUSTUNDERSTAND},
+      {"VersionMismatch", SOAP_VERSIONMISMATCH},
+  };
+  for (const auto& known : kCodes) {
+    if (strcmp(code + colon + 1, known.name) == 0) return known.status;
+  }
+  return status;
+}
+
 }  // namespace
 
 void Exception::Print(ExecThread& thread) const { ThreadPrint(thread, "FAILED: %s.\n", message_.c_str()); }
@@ -81,6 +116,7 @@ const char* StatusName(int status, int* number) {
 void RaiseOnError(int status, LocalData& data) {
   if (status == SOAP_OK) return;
   struct soap* soap = data.context();
+  status = FaultStatus(soap, status);
   if (status != SOAP_CLI_FAULT && status != SOAP_SVR_FAULT) {
     // Let the library describe failures that came without a fault of their own
     // (end of input, a reply that is not SOAP, time-outs).

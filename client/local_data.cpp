@@ -40,6 +40,9 @@ struct Hooks {
   // The TLS files as the context was built with them: the library keeps
   // pointers to these for as long as the context lives.
   std::string key_file{}, key_password{}, ca_file{}, ca_dir{};
+  // Why a CA file or folder that is set cannot be used; every https
+  // connection that would check the server's certificate fails with it.
+  std::string ca_problem{};
   bool key_loaded = false;
   bool check_host = false;
   SOAP_SOCKET direct_socket = SOAP_INVALID_SOCKET;  // a plain socket made blocking by OpenPlain
@@ -202,6 +205,10 @@ bool LoadClientKey(struct soap* soap, Hooks* hooks) {
 // a SAN present, "*" certificates, "-" as a wildcard), so the check is ours.
 SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char* host, int port) {
   Hooks* hooks = HooksOf(soap);
+  if (!hooks->ca_problem.empty()) {
+    soap_set_sender_error(soap, soap_strdup(soap, hooks->ca_problem.c_str()), nullptr, SOAP_SSL_ERROR);
+    return SOAP_INVALID_SOCKET;
+  }
   if (!LoadClientKey(soap, hooks)) return SOAP_INVALID_SOCKET;
   LastVerifyError() = X509_V_OK;
   SOAP_SOCKET socket = hooks->open(soap, endpoint, host, port);
@@ -319,6 +326,8 @@ void SoapClient::RebuildContext() {
     hooks->key_password = settings.ssl_key_password;
     hooks->ca_file = CaFileFor(settings);
     hooks->ca_dir = settings.ssl_ca_dir;
+    // Without authentication no CA is consulted, so none can be missed.
+    if (mode != kSslNone) hooks->ca_problem = UnreadableCaSetting(settings);
     auto optional = [](const std::string& text) { return text.empty() ? nullptr : text.c_str(); };
     if (soap_ssl_client_context(fresh, flags, nullptr, nullptr, optional(hooks->ca_file), optional(hooks->ca_dir),
                                 nullptr)) {

@@ -43,6 +43,10 @@ size_t MaxReplyBytes();
 using HeaderObserver = std::function<void(const char* key, const char* value)>;
 HeaderObserver& CurrentHeaderObserver();
 
+/// The CA file used when none is set: looked for in the current folder, and
+/// when it is not there the system's trusted certificates are used instead.
+inline constexpr char kDefaultCaFile[] = "cacert.pem";
+
 /// Settings from which a SOAP context is built; copied into a started thread.
 struct TransportSettings {
   std::string wget = "wget";
@@ -53,7 +57,7 @@ struct TransportSettings {
   int ssl_auth = kSslFull;
   std::string ssl_key_file;
   std::string ssl_key_password;
-  std::string ssl_ca_file = "cacert.pem";
+  std::string ssl_ca_file = kDefaultCaFile;
   std::string ssl_ca_dir;
   std::string client_name = kClientName;
   std::string soap_debug;  // log file prefix; empty: off

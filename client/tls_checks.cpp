@@ -1,7 +1,13 @@
 #include "client/tls_checks.h"
 
 #include <arpa/inet.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "client/local_data.h"
 
@@ -18,9 +24,45 @@ int VerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
   return ok;
 }
 
+namespace {
+
+// 0 when path is a file that can be opened for reading, else an errno value.
+int FileProblem(const std::string& path) {
+  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return errno;
+  struct stat info;
+  int problem = fstat(fd, &info) != 0 ? errno : S_ISDIR(info.st_mode) ? EISDIR : 0;
+  close(fd);
+  return problem;
+}
+
+// 0 when path is a folder whose entries can be listed, else an errno value.
+int FolderProblem(const std::string& path) {
+  DIR* dir = opendir(path.c_str());
+  if (!dir) return errno;
+  closedir(dir);
+  return 0;
+}
+
+}  // namespace
+
 std::string CaFileFor(const TransportSettings& settings) {
-  if (access(settings.ssl_ca_file.c_str(), R_OK) == 0) return settings.ssl_ca_file;
+  if (!settings.ssl_ca_file.empty() && FileProblem(settings.ssl_ca_file) == 0) return settings.ssl_ca_file;
   return settings.ssl_ca_dir.empty() ? "/etc/ssl/certs/ca-certificates.crt" : "";
+}
+
+std::string UnreadableCaSetting(const TransportSettings& settings) {
+  const std::string& file = settings.ssl_ca_file;
+  if (!file.empty()) {
+    int problem = FileProblem(file);
+    bool fallback = file == kDefaultCaFile && problem == ENOENT;
+    if (problem && !fallback) return "cannot read CA file " + file + " (" + strerror(problem) + ")";
+  }
+  const std::string& dir = settings.ssl_ca_dir;
+  if (!dir.empty()) {
+    if (int problem = FolderProblem(dir)) return "cannot read CA folder " + dir + " (" + strerror(problem) + ")";
+  }
+  return "";
 }
 
 std::string HostOf(const std::string& url) {

@@ -28,4 +28,11 @@ bool IsIpAddress(const std::string& host);
 /// system's bundle unless a CA directory is set; "" for none.
 std::string CaFileFor(const TransportSettings& settings);
 
+/// What keeps a CA file or folder that was set from being used, for the
+/// failure line of an https request: "cannot read CA file F (reason)" or
+/// "cannot read CA folder D (reason)"; "" when what is set can be read.
+/// The default file (kDefaultCaFile) counts as set only when it exists: when
+/// it does not, the system's store stands in for it.
+std::string UnreadableCaSetting(const TransportSettings& settings);
+
 }  // namespace lexctl

@@ -181,7 +181,10 @@ not written to it.
 .TP
 .B cacert.pem
 Default CA file for https servers, looked for in the current directory; the
-system's trusted certificates are used when it does not exist.
+system's trusted certificates are used when it does not exist. A CA file or
+folder that is set (\fBsetopt sslcafile\fR, \fBsetopt sslcadir\fR) but cannot
+be read fails every https request that checks certificates with a line that
+names it.
 .TP
 .B /usr/share/lexctl3/nvsoap.wsdl\fR, \fB/usr/share/lexctl3/nv.xsd
 The service description, for third\-party SOAP tools.

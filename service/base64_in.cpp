@@ -20,30 +20,37 @@ struct Table {
 };
 constexpr Table kTable;
 
-// Replies above this size get their buffer from the context at once, sized
-// from the Content-Length, so that a large value is neither copied nor
-// grown; its untouched tail costs address space, not memory.
+// A value that grows past this size in a reply longer than this moves, once,
+// into a buffer of context memory sized from the Content-Length, so that a
+// large value is neither copied again nor grown; its untouched tail costs
+// address space, not memory. Smaller values never take such a buffer: a reply
+// of many small values (100,000 attachments, say) would otherwise reserve the
+// whole reply's size once per value.
 constexpr size_t kDirectFrom = 1 << 20;
 
-// Where the decoded bytes go: straight into context memory when the reply's
-// length bounds them, else a malloc'd buffer that grows by realloc.
+// Where the decoded bytes go: a malloc'd buffer that grows by realloc, and
+// for a large value the context memory that the reply's length bounds.
 class Output {
  public:
-  explicit Output(struct soap* soap) : soap_(soap) {
-    if (soap->length > kDirectFrom && soap->length < (1ULL << 40)) {
-      size_t bound = static_cast<size_t>(soap->length) / 4 * 3 + 4;
-      data_ = static_cast<unsigned char*>(soap_malloc(soap, bound));
-      if (data_) {
-        capacity_ = bound - 1;  // room for the closing zero
-        direct_ = true;
-      }
-    }
-  }
+  explicit Output(struct soap* soap) : soap_(soap) {}
   ~Output() {
     if (!direct_) free(data_);
   }
   bool Reserve(size_t more) {
     if (size_ + more <= capacity_) return true;
+    if (!moved_ && size_ + more > kDirectFrom && soap_->length > kDirectFrom && soap_->length < (1ULL << 40)) {
+      moved_ = true;
+      size_t bound = static_cast<size_t>(soap_->length) / 4 * 3 + 4;
+      auto* direct = bound - 1 >= size_ + more ? static_cast<unsigned char*>(soap_malloc(soap_, bound)) : nullptr;
+      if (direct) {
+        if (size_) memcpy(direct, data_, size_);
+        free(data_);
+        data_ = direct;
+        capacity_ = bound - 1;  // room for the closing zero
+        direct_ = true;
+        return true;
+      }
+    }
     size_t want = capacity_ ? capacity_ * 2 : 4096;
     while (want < size_ + more) want *= 2;
     unsigned char* grown;
@@ -82,6 +89,7 @@ class Output {
   size_t size_ = 0;
   size_t capacity_ = 0;
   bool direct_ = false;
+  bool moved_ = false;  // the one move into context memory was tried
 };
 
 }  // namespace

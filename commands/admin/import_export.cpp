@@ -60,13 +60,7 @@ void AppendMatches(const char* pattern, std::vector<std::string>& files) {
 // Writes one exported file; a file that cannot be written completely is
 // removed again.
 bool SaveExport(const std::string& path, const xsd__base64Binary* data) {
-  FILE* file = fopen(path.c_str(), "wb");
-  if (!file) return false;
-  size_t size = data && data->__ptr && data->__size > 0 ? static_cast<size_t>(data->__size) : 0;
-  bool ok = size == 0 || fwrite(data->__ptr, 1, size, file) == size;
-  ok = fclose(file) == 0 && ok;
-  if (!ok) remove(path.c_str());
-  return ok;
+  return WriteWholeFile(path, {}, PayloadBytes(data)) == WriteResult::kOk;
 }
 
 struct Transfer {

@@ -15,28 +15,21 @@ struct FileCloser {
 };
 using File = std::unique_ptr<FILE, FileCloser>;
 
-// An empty view may carry no pointer at all, which fwrite must not see.
-bool Put(FILE* file, std::string_view bytes) {
+}  // namespace
+
+bool PutBytes(FILE* file, std::string_view bytes) {
   return bytes.empty() || fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
 }
 
-bool WriteParts(ExecThread& thread, const std::string& path, std::string_view head,
-                std::string_view body) {
+WriteResult WriteWholeFile(const std::string& path, std::string_view head, std::string_view body) {
   File file(fopen(path.c_str(), "wb"));
-  if (!file) {
-    ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
-    return false;
-  }
-  bool ok = Put(file.get(), head) && Put(file.get(), body);
+  if (!file) return WriteResult::kOpenFailed;
+  bool ok = PutBytes(file.get(), head) && PutBytes(file.get(), body);
   ok = fclose(file.release()) == 0 && ok;
-  if (!ok) {
-    remove(path.c_str());
-    ThreadPrint(thread, "Failed to write file data: %s\n", path.c_str());
-  }
-  return ok;
+  if (ok) return WriteResult::kOk;
+  remove(path.c_str());
+  return WriteResult::kWriteFailed;
 }
-
-}  // namespace
 
 bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data) {
   data.clear();
@@ -66,6 +59,19 @@ std::string_view SkipUtf8Signature(std::string_view data) {
   return data;
 }
 
+namespace {
+
+bool WriteParts(ExecThread& thread, const std::string& path, std::string_view head, std::string_view body) {
+  switch (WriteWholeFile(path, head, body)) {
+    case WriteResult::kOk: return true;
+    case WriteResult::kOpenFailed: ThreadPrint(thread, "Unable to open file: %s\n", path.c_str()); break;
+    case WriteResult::kWriteFailed: ThreadPrint(thread, "Failed to write file data: %s\n", path.c_str()); break;
+  }
+  return false;
+}
+
+}  // namespace
+
 bool WriteSignedFile(ExecThread& thread, const std::string& path, std::string_view body) {
   return WriteParts(thread, path, kUtf8Signature, body);
 }
@@ -75,16 +81,9 @@ bool WriteFileData(ExecThread& thread, const std::string& path, std::string_view
 }
 
 bool SaveBinaryFile(ExecThread& thread, const std::string& path, std::string_view body) {
-  File file(fopen(path.c_str(), "wb"));
-  bool opened = file != nullptr;
-  bool ok = opened && Put(file.get(), body);
-  if (opened) ok = fclose(file.release()) == 0 && ok;
-  if (!ok) {
-    // A file that could not be opened is not ours to remove.
-    if (opened) remove(path.c_str());
-    ThreadPrint(thread, "Unable to save binary data to file: %s\n", path.c_str());
-  }
-  return ok;
+  if (WriteWholeFile(path, {}, body) == WriteResult::kOk) return true;
+  ThreadPrint(thread, "Unable to save binary data to file: %s\n", path.c_str());
+  return false;
 }
 
 void CharsetFromContentType(const std::string& content_type, std::string& charset,

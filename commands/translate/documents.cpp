@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "client/frame.h"
@@ -86,38 +88,52 @@ bool FitsRequest(ExecThread& thread, const std::string& path, const std::string&
   return false;
 }
 
-// Writes one binary file; a file that cannot be written completely is removed.
-bool SaveBinary(ExecThread& thread, const std::string& path, std::string_view data) {
-  FILE* file = fopen(path.c_str(), "wb");
-  bool ok = file && fwrite(data.data(), 1, data.size(), file) == data.size();
-  if (file) ok = fclose(file) == 0 && ok;
-  if (!ok) {
-    if (file) remove(path.c_str());
-    ThreadPrint(thread, "Unable to save binary data to file: %s\n", path.c_str());
-  }
-  return ok;
-}
-
 // Attachments of one output document: printed, or saved in the folder beside
-// its output file.
-void Attachments(ExecThread& thread, const nv__OutputFileArray* files, const std::string& outfile) {
-  if (!files || files->item.empty()) return;
-  std::string folder = outfile.empty() ? "" : AttachmentFolder(outfile);
-  bool made = false;
-  for (const nv__OutputFile& file : files->item) {
-    std::string_view bytes = PayloadBytes(file.data);
-    std::string name = file.name ? *file.name : "";
-    if (outfile.empty()) {
-      ThreadPrint(thread, "Output Attachment: %s (%d bytes)\n%.*s\n", name.c_str(),
+// its output file. A reply may name the same file many times (or names that
+// come down to the same plain name): each file is written once, with the
+// last attachment of that name, as if each had replaced the one before, so
+// the work is bounded by the bytes of the reply, not by a count of
+// rewrites of one file.
+void Attachments(ExecThread& thread, const std::vector<const nv__OutputFileArray*>& lists,
+                 const std::string& outfile) {
+  std::vector<const nv__OutputFile*> files;
+  for (const nv__OutputFileArray* list : lists) {
+    if (!list) continue;
+    for (const nv__OutputFile& file : list->item) files.push_back(&file);
+  }
+  if (files.empty()) return;
+  if (outfile.empty()) {
+    for (const nv__OutputFile* file : files) {
+      std::string_view bytes = PayloadBytes(file->data);
+      ThreadPrint(thread, "Output Attachment: %s (%d bytes)\n%.*s\n", file->name ? file->name->c_str() : "",
                   static_cast<int>(bytes.size()), static_cast<int>(bytes.size()), bytes.data());
+    }
+    return;
+  }
+  // The server names the file; only a plain name inside the folder is taken.
+  std::vector<std::string> plain(files.size());
+  struct Named {
+    size_t last = 0;
+    size_t count = 0;
+  };
+  std::unordered_map<std::string, Named> names;
+  for (size_t i = 0; i < files.size(); ++i) {
+    plain[i] = AttachmentFileName(files[i]->name ? *files[i]->name : "");
+    if (plain[i].empty()) continue;
+    Named& named = names[plain[i]];
+    named.last = i;
+    ++named.count;
+  }
+  std::string folder = AttachmentFolder(outfile);
+  bool made = false;
+  for (size_t i = 0; i < files.size(); ++i) {
+    const nv__OutputFile& file = *files[i];
+    if (plain[i].empty()) {
+      ThreadPrint(thread, "Invalid attachment name: %s\n", file.name ? file.name->c_str() : "");
       continue;
     }
-    // The server names the file; only a plain name inside the folder is taken.
-    std::string plain = AttachmentFileName(name);
-    if (plain.empty()) {
-      ThreadPrint(thread, "Invalid attachment name: %s\n", name.c_str());
-      continue;
-    }
+    const Named& named = names[plain[i]];
+    if (named.last != i) continue;
     if (!made) {
       struct stat info;
       if (mkdir(folder.c_str(), 0777) != 0 &&
@@ -127,8 +143,13 @@ void Attachments(ExecThread& thread, const nv__OutputFileArray* files, const std
       }
       made = true;
     }
-    std::string path = folder + "/" + plain;
-    if (!SaveBinary(thread, path, bytes)) continue;
+    std::string path = folder + "/" + plain[i];
+    if (named.count > 1) {
+      ThreadPrint(thread, "Attachment name given %d times, the last one is saved: %s\n",
+                  static_cast<int>(std::min<size_t>(named.count, INT_MAX)), plain[i].c_str());
+    }
+    std::string_view bytes = PayloadBytes(file.data);
+    if (!SaveBinaryFile(thread, path, bytes)) continue;
     ThreadPrint(thread, "Output Attachment (%s): %s (%d bytes)\n", file.type ? file.type->c_str() : "",
                 path.c_str(), static_cast<int>(bytes.size()));
   }
@@ -144,7 +165,7 @@ bool OutputDocument(ExecThread& thread, const xsd__base64Binary* data, const std
                 static_cast<int>(bytes.size()), static_cast<int>(bytes.size()), bytes.data());
     return true;
   }
-  if (!SaveBinary(thread, outfile, bytes)) return false;
+  if (!SaveBinaryFile(thread, outfile, bytes)) return false;
   ThreadPrint(thread, "Output File (%s): %s (%d bytes)\n", details.c_str(), outfile.c_str(),
               static_cast<int>(bytes.size()));
   return true;
@@ -250,9 +271,9 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
                                     r.outdata->outputEncoding ? r.outdata->outputEncoding : r.outputEncoding);
       // Attachments belong beside a document that was saved.
       if (!OutputDocument(thread, r.outdata->data, details, req.outdata)) return;
-      Attachments(thread, r.outdata->attachments, req.outdata);
     }
-    Attachments(thread, r.attachments, req.outdata);
+    // The document's own attachments and the reply's are one set of files.
+    Attachments(thread, {r.outdata ? r.outdata->attachments : nullptr, r.attachments}, req.outdata);
     PrintUnknownWords(thread, r.unknown);
     return;
   }
@@ -281,7 +302,7 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
       std::string outfile = req.outdata.empty() ? "" : MultiOutputName(req.outdata, i + 1);
       ThreadPrint(thread, "Input Encoding Used: %s\n", out.encodingUsed ? out.encodingUsed->c_str() : "");
       if (OutputDocument(thread, out.data, Details(out.type, out.outputEncoding), outfile)) {
-        Attachments(thread, out.attachments, outfile);
+        Attachments(thread, {out.attachments}, outfile);
       }
     }
   }
@@ -354,11 +375,7 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
       ThreadPrint(thread, "No translated document returned.\n");
     } else {
       std::string_view bytes = PayloadBytes(r.txnDoc);
-      FILE* file = fopen(output.c_str(), "wb");
-      bool written = file && fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-      if (file) written = fclose(file) == 0 && written;
-      if (!written) {
-        if (file) remove(output.c_str());
+      if (WriteWholeFile(output, {}, bytes) != WriteResult::kOk) {
         ThreadPrint(thread, "ERROR: failed to open output file %s\n", output.c_str());
       } else {
         ThreadPrint(thread, "Output File: %s (%d bytes)\n", output.c_str(), static_cast<int>(bytes.size()));
@@ -398,7 +415,8 @@ const CommandRecord kDocumentCommandRows[] = {
      "    -intype     The input data type INTYPE. Otherwise taken from the INDATA\n"
      "                file extension.\n"
      "    -outdata    Write the translated document to OUTFILE. Attachments are\n"
-     "                saved in the directory OUTFILE_files.\n"
+     "                saved in the directory OUTFILE_files, each name once: the\n"
+     "                last attachment of a name given more than once.\n"
      "    -noengine   Do not supply a default engine.\n"
      "    -unknown    Return a summary of all unknown words in the org text.\n"},
     {"tmulti", CmdTmulti, 0, "Translate several documents in one request.",
@@ -428,7 +446,8 @@ const CommandRecord kDocumentCommandRows[] = {
      "    -intype     The input data type INTYPE. Otherwise taken from the INDATA\n"
      "                file extension.\n"
      "    -outdata    Write the n-th translated document to OUTFILE.n. Attachments\n"
-     "                are saved in the directory OUTFILE.n_files.\n"
+     "                are saved in the directory OUTFILE.n_files, each name once:\n"
+     "                the last attachment of a name given more than once.\n"
      "    -noengine   Do not supply a default engine.\n"
      "    -unknown    Return a summary of all unknown words in the org text.\n"},
     {"xml", CmdXml, 0, "Translate an XML document.",

@@ -108,7 +108,7 @@ class OutputFile {
   bool is_open() const { return file_ != nullptr; }
   const std::string& path() const { return path_; }
   void Write(std::string_view text) {
-    if (file_ && fwrite(text.data(), 1, text.size(), file_) != text.size()) failed_ = true;
+    if (file_ && !PutBytes(file_, text)) failed_ = true;
   }
   void Flush() {
     if (file_ && fflush(file_) != 0) failed_ = true;

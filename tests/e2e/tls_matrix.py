@@ -192,6 +192,22 @@ def main():
                         os.unlink(os.path.join(cwd, "cacert.pem"))
                         if not all(dflt.values()):
                             failures.append(f"good {layer}: default cacert.pem not used: {dflt}")
+                        # Without cacert.pem the system's store stands in: the
+                        # throw-away CA is unknown there, and no file is blamed.
+                        _, out = run_modes(lexctl, cwd, f"https://localhost:{port}", layer)
+                        if (os.path.exists("/etc/ssl/certs/ca-certificates.crt") and
+                                full_mode_failure(out) != f"FAILED: SOAP_SSL_ERROR (30): {REASONS['untrusted']}."):
+                            failures.append(f"good {layer}: no cacert.pem: {full_mode_failure(out)!r}")
+                        # A CA file or folder that is set but cannot be read is
+                        # named in the failure line.
+                        for setting, named in (("sslcafile nosuch.pem", "CA file nosuch.pem"),
+                                               ("sslcadir nosuch.d", "CA folder nosuch.d")):
+                            got, out = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
+                                                 [f"setopt {setting}"])
+                            line = f"FAILED: SOAP_SSL_ERROR (30): cannot read {named} (No such file or directory)."
+                            # gSOAP's "none" checks nothing, so it needs no CA.
+                            if got != dict(STRICT_ONLY_CA, none=layer == "gsoap") or full_mode_failure(out) != line:
+                                failures.append(f"good {layer}: unreadable {named}: {got} {full_mode_failure(out)!r}")
                         # A hashed CA directory instead of a file: the right CA
                         # is found there, and a folder with another CA trusts nothing.
                         trusting, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
@@ -257,7 +273,7 @@ def main():
                     failures.append(f"ipcn {layer}: {got}, expected {HOST_RELAXED}")
         finally:
             sim.stop()
-    return report("tls_matrix", failures, checks=len(CASES) * 2 * len(MODES) + 2 * 4 + 2 + 2 * 3 + 2)
+    return report("tls_matrix", failures, checks=len(CASES) * 2 * len(MODES) + 2 * 7 + 2 + 2 * 3 + 2)
 
 
 if __name__ == "__main__":
