@@ -14,6 +14,7 @@
 #include "client/frame.h"
 #include "commands/admin/flag_tables.h"
 #include "commands/admin/user_update.h"
+#include "commands/common/files.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
 #include "soapH.h"
@@ -466,13 +467,8 @@ constexpr char kSeparator[] = "----------------------------\n";
 const char* Text(const std::string* s) { return s ? s->c_str() : ""; }
 
 // Writes a whole file; false when it cannot be created or written completely.
-bool SaveFile(const std::string& path, const unsigned char* data, size_t size) {
-  FILE* f = fopen(path.c_str(), "wb");
-  if (!f) return false;
-  bool ok = size == 0 || fwrite(data, 1, size, f) == size;
-  ok = fclose(f) == 0 && ok;
-  if (!ok) remove(path.c_str());
-  return ok;
+bool SaveFile(const std::string& path, std::string_view data) {
+  return WriteWholeFile(path, {}, data) == WriteResult::kOk;
 }
 
 // Export format of an engine: the format row whose API mask holds DictionaryExport.
@@ -662,7 +658,7 @@ bool UserDump::SaveData(const DumpDictionary& d) {
   if (d.has_userdata) {
     std::string file = DumpUserdataFile(prefix_, d);
     const std::string& data = userdata_[d.did];
-    if (!SaveFile(file, reinterpret_cast<const unsigned char*>(data.data()), data.size())) {
+    if (!SaveFile(file, data)) {
       ThreadPrint(thread_, "Unable to save userdata to file: %s\n", file.c_str());
       return false;
     }
@@ -689,7 +685,7 @@ bool UserDump::SaveData(const DumpDictionary& d) {
     }
   }
   std::string file = DumpDataFile(prefix_, d);
-  if (!SaveFile(file, reinterpret_cast<const unsigned char*>(data.data()), data.size())) {
+  if (!SaveFile(file, data)) {
     ThreadPrint(thread_, "Unable to save data to file: %s\n", file.c_str());
     return false;
   }
@@ -730,8 +726,7 @@ bool UserDump::Run() {
     throw;
   }
   // A script without its data would replay half the user.
-  bool written =
-      saved && fwrite(script.main.data(), 1, script.main.size(), file) == script.main.size();
+  bool written = saved && PutBytes(file, script.main);
   written = fclose(file) == 0 && written;
   if (!written) {
     remove(script_name.c_str());
@@ -740,8 +735,7 @@ bool UserDump::Run() {
   }
   if (!script.shares.empty()) {
     std::string shares_name = prefix_ + "_udump_dicshares.txt";
-    if (!SaveFile(shares_name, reinterpret_cast<const unsigned char*>(script.shares.data()),
-                  script.shares.size())) {
+    if (!SaveFile(shares_name, script.shares)) {
       ThreadPrint(thread_, "Failed to create output file: %s\n", shares_name.c_str());
       return false;
     }
