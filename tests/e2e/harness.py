@@ -20,6 +20,27 @@ def endpoint_path(line):
     return line.strip().split(": ", 1)[1]
 
 
+def read_message(sock, buffer):
+    """Reads one HTTP message (head and Content-Length body) from sock."""
+    while b"\r\n\r\n" not in buffer:
+        chunk = sock.recv(65536)
+        if not chunk:
+            return None, buffer
+        buffer += chunk
+    head, _, rest = buffer.partition(b"\r\n\r\n")
+    length = 0
+    for line in head.split(b"\r\n")[1:]:
+        name, _, value = line.partition(b":")
+        if name.strip().lower() == b"content-length":
+            length = int(value)
+    while len(rest) < length:
+        chunk = sock.recv(65536)
+        if not chunk:
+            return None, buffer
+        rest += chunk
+    return (head, rest[:length]), rest[length:]
+
+
 def free_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))

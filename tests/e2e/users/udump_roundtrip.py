@@ -28,7 +28,7 @@ import tempfile
 import threading
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from harness import report, stop_process  # noqa: E402
+from harness import read_message, report, stop_process  # noqa: E402
 
 SETUP = """\
 ucreate other -userPass pw
@@ -315,36 +315,16 @@ class RewritingRelay:
                 return
             threading.Thread(target=self.serve, args=(conn,), daemon=True).start()
 
-    @staticmethod
-    def read_message(sock, buffer):
-        while b"\r\n\r\n" not in buffer:
-            chunk = sock.recv(65536)
-            if not chunk:
-                return None, buffer
-            buffer += chunk
-        head, _, rest = buffer.partition(b"\r\n\r\n")
-        length = 0
-        for line in head.split(b"\r\n")[1:]:
-            name, _, value = line.partition(b":")
-            if name.strip().lower() == b"content-length":
-                length = int(value)
-        while len(rest) < length:
-            chunk = sock.recv(65536)
-            if not chunk:
-                return None, buffer
-            rest += chunk
-        return (head, rest[:length]), rest[length:]
-
     def serve(self, client):
         upstream = socket.create_connection(self.target, timeout=30)
         pending = b""
         try:
             while True:
-                message, pending = self.read_message(client, pending)
+                message, pending = read_message(client, pending)
                 if not message:
                     return
                 upstream.sendall(message[0] + b"\r\n\r\n" + message[1])
-                reply, _ = self.read_message(upstream, b"")
+                reply, _ = read_message(upstream, b"")
                 if not reply:
                     return
                 head, body = reply
