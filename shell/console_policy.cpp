@@ -15,7 +15,7 @@ namespace {
 
 // The interpreter's own commands that take file names.
 const char* const kOwnFileWords[] = {"read", "tee", "cd", nullptr};
-// Line prefixes of the script syntax (Part 1.3) before the command word.
+// Line prefixes of the script syntax before the command word.
 constexpr char kLinePrefixes[] = "@$=-+";
 
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
