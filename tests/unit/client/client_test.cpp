@@ -75,7 +75,6 @@ TEST(DidList, LastReferencesFollowTheCreatedList) {
 
 TEST(Errors, StatusNames) {
   EXPECT_STREQ(StatusName(SOAP_TCP_ERROR), "SOAP_TCP_ERROR");
-  EXPECT_EQ(SOAP_TCP_ERROR, 28);
   // Reported by name with the numbers scripts know, whatever the library's.
   int number = 0;
   EXPECT_STREQ(StatusName(SOAP_FD_EXCEEDED, &number), "SOAP_FD_EXCEEDED");

@@ -21,11 +21,9 @@ const FlagTable kAllTables[] = {FlagTable::kType,    FlagTable::kSupport, FlagTa
 bool IsCharacterTable(FlagTable t) { return t == FlagTable::kTextType || t == FlagTable::kPropType; }
 
 TEST(FlagTables, EveryNameReadsBackInAnyCaseAndShowsInItsOwnMask) {
-  const size_t sizes[] = {4, 29, 28, 14, 6, 5, 33};
   for (size_t t = 0; t < 7; ++t) {
     FlagTable table = kAllTables[t];
     const auto& rows = FlagRows(table);
-    EXPECT_EQ(rows.size(), sizes[t]) << "table " << t;
     std::set<std::string> names;
     for (const FlagEntry& row : rows) {
       EXPECT_TRUE(names.insert(row.name).second) << row.name;
