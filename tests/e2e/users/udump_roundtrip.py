@@ -28,7 +28,8 @@ import tempfile
 import threading
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from harness import read_message, report, stop_process  # noqa: E402
+from harness import read_message, report  # noqa: E402
+from run_case import Lexsim  # noqa: E402
 
 SETUP = """\
 ucreate other -userPass pw
@@ -45,14 +46,11 @@ uupdate rich -engSet QZ-EJ -engDicAdd "LAST-2 101 LAST" -engMaxTech 4 -engSet QZ
 """
 
 
-class Sim:
-    def __init__(self, binary, cwd):
-        self.proc = subprocess.Popen([binary, "--host", "127.0.0.1", "--port", "0"], cwd=cwd,
-                                     stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        self.url = self.proc.stdout.readline().strip()
-
-    def stop(self):
-        stop_process(self.proc)
+def Sim(binary, cwd):
+    """A lexsim whose url is the address setopt server takes."""
+    sim = Lexsim(binary, [], cwd)
+    sim.url = sim.server
+    return sim
 
 
 def run(lexctl3, cwd, server, layer, body, errexit=False, status=None):
