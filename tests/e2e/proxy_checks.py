@@ -20,8 +20,16 @@ from tls_matrix import make_ca, make_cert  # noqa: E402
 
 class Tinyproxy:
     def __init__(self, cwd):
-        self.port = free_port()
         self.log = os.path.join(cwd, "tinyproxy.log")
+        # A free port can be taken by a parallel test before tinyproxy binds
+        # it; tinyproxy then exits, and a fresh port is tried.
+        for _ in range(5):
+            if self._start(cwd):
+                return
+        raise RuntimeError("tinyproxy did not start")
+
+    def _start(self, cwd):
+        self.port = free_port()
         conf = os.path.join(cwd, "tinyproxy.conf")
         with open(conf, "w") as f:
             # No ConnectPort line: CONNECT is allowed to any port.
@@ -33,12 +41,14 @@ class Tinyproxy:
         while True:
             try:
                 socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
-                return
+                if self.proc.poll() is None:
+                    return True
             except OSError:
-                if self.proc.poll() is not None or time.monotonic() > deadline:
-                    self.stop()
-                    raise RuntimeError("tinyproxy did not start")
-                time.sleep(0.05)
+                pass
+            if self.proc.poll() is not None or time.monotonic() > deadline:
+                self.stop()
+                return False
+            time.sleep(0.05)
 
     def requests(self):
         try:
