@@ -33,15 +33,13 @@ bool IsDirectory(const char* path);
 bool FileExists(const char* path);
 /// Creates a folder; true when path is a folder afterwards.
 bool MakeDirectory(const char* path);
-/// The size of an open regular file, 0 for other kinds; -1 for a folder or
-/// when it cannot be told.
+/// Size of an open regular file, 0 for other kinds, -1 for a folder or on error.
 long long OpenFileSize(FILE* file);
 /// 0 when path is a file that can be opened for reading, else an errno value.
 int FileReadError(const char* path);
 /// 0 when path is a folder whose entries can be listed, else an errno value.
 int FolderReadError(const char* path);
-/// The paths a pattern with "*", "?" and "[...]" matches, in the system's
-/// order; with mark_folders a folder's path ends in "/".
+/// Paths a pattern (*, ?, [...]) matches, in the system's order; mark_folders adds "/" to folders.
 std::vector<std::string> MatchPaths(const char* pattern, bool mark_folders);
 
 /// Current directory as UTF-8; false when it cannot be read.
@@ -66,21 +64,18 @@ bool ProcessTimes(long long& kernel_us, long long& user_us);
 /// Converts a line from the native multibyte encoding to UTF-8 in place.
 bool NativeToUtf8(std::string& line);
 
-/// Reads one line with its line end, whatever bytes it holds; false at the
-/// end of the file or on a read error.
+/// Reads one line with its line end (any bytes); false at end of file or on error.
 bool GetLine(FILE* file, std::string& line);
 /// True when standard input and output are both terminals.
 bool ConsoleIsInteractive();
-/// Writes message to standard error without allocating and ends the process
-/// at once with status 1.
+/// Writes message to stderr without allocating, then ends the process with status 1.
 [[noreturn]] void ExitNow(const char* message);
 
 /// Process ID, for the name of the temporary command file.
 unsigned long ProcessId();
 /// Sets an environment variable for this process and the programs it starts.
 void SetEnvironment(const char* name, const char* value);
-/// A descriptor open on the null device for the life of the process, for a
-/// library that wants one where nothing is read or written.
+/// A null-device descriptor kept for the process's life, for a library that wants one.
 int NullDescriptor();
 /// True for a numeric IPv4 or IPv6 address.
 bool IsIpAddress(const std::string& host);

@@ -38,7 +38,7 @@ const OptionDef kExportOptions[] = {LEXCTL_COMMON_OPTIONS,
                                     {kOptEncoding, "-encoding", kOptRequired},
                                     LEXCTL_OPT_END};
 
-// The files a pattern names, in the order glob(3) gives them. Folders match
+// The files a pattern names, in the order the system gives them. Folders match
 // patterns too but hold no dictionary source.
 void AppendMatches(const char* pattern, std::vector<std::string>& files) {
   // "*" and "?" are the only wildcards: brackets and backslashes are plain.
