@@ -1,7 +1,5 @@
 #include "app/startup.h"
 
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -16,6 +14,7 @@
 #include "shell/output.h"
 #include "shell/platform.h"
 #include "shell/script.h"
+#include "shell/version.h"
 
 namespace lexctl {
 namespace {
@@ -36,7 +35,7 @@ const char kUsage[] =
     "                    a 'tee' command before the first command.\n";
 
 const char kBanner[] =
-    "Norvane Lexary Server 4.7.2 Administration Client\n\n"
+    "Norvane Lexary Server " LEXCTL_VERSION " Administration Client\n\n"
     "NOTES:\n"
     " - input files must be UTF-8 encoded and use either a UTF-8 signature or\n"
     "   specify 'setopt utf8 true' before any non-ASCII text.\n"

@@ -1,11 +1,9 @@
 #include "client/curl_transport.h"
 
 #include <curl/curl.h>
-#include <fcntl.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 #include <strings.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -111,6 +109,22 @@ bool CurlOwnsHeader(const std::string& name) {
   return false;
 }
 
+// The request's headers less those libcurl sets itself.
+curl_slist* HeaderList(const std::string& request, size_t head_end) {
+  curl_slist* headers = nullptr;
+  size_t line_start = request.find("\r\n") + 2;  // past the request line
+  while (line_start < head_end) {
+    size_t line_end = request.find("\r\n", line_start);
+    std::string line = request.substr(line_start, line_end - line_start);
+    size_t colon = line.find(':');
+    if (colon != std::string::npos && !CurlOwnsHeader(line.substr(0, colon))) {
+      headers = Curl().slist_append(headers, line.c_str());
+    }
+    line_start = line_end + 2;
+  }
+  return Curl().slist_append(headers, "Expect:");
+}
+
 int ErrorStatus(CURLcode code) {
   switch (code) {
     case CURLE_SSL_CONNECT_ERROR:
@@ -181,11 +195,12 @@ int CurlTrace(CURL*, int type, char* data, size_t size, void* self) {
   return 0;
 }
 
+std::unique_ptr<Transport> MakePlatformHttpTransport() { return std::make_unique<CurlTransport>(); }
+
 CurlTransport::CurlTransport() = default;
 
 CurlTransport::~CurlTransport() {
   if (curl_) Curl().easy_cleanup(curl_);
-  if (null_fd_ >= 0) close(null_fd_);
   if (trace_) fclose(trace_);
 }
 
@@ -204,12 +219,11 @@ void CurlTransport::SetTrace(const std::string& file) {
 }
 
 int CurlTransport::Open(struct soap*, const char* endpoint) {
-  // gSOAP wants a descriptor; the connection itself is libcurl's.
-  if (null_fd_ < 0) null_fd_ = open("/dev/null", O_RDWR | O_CLOEXEC);
   request_.clear();
   request_sized_ = false;
   url_ = endpoint ? endpoint : "";
-  return null_fd_;
+  // gSOAP wants a descriptor; the connection itself is libcurl's.
+  return NullDescriptor();
 }
 
 int CurlTransport::Send(const char* data, size_t size) {
@@ -242,7 +256,6 @@ int CurlTransport::Perform(struct soap* soap) {
   }
   if (!curl_) curl_ = api.easy_init();
   if (!curl_) return soap->error = SOAP_EOM;
-  CURL* curl = curl_;
 
   if (!configured_) ca_problem_ = UnreadableCaSetting(settings_);
   // libcurl would name only the certificate it could not verify; a CA file
@@ -256,61 +269,69 @@ int CurlTransport::Perform(struct soap* soap) {
   request.swap(request_);
   size_t head_end = request.find("\r\n\r\n");
   if (head_end == std::string::npos) return soap_set_sender_error(soap, "incomplete request", nullptr, SOAP_HTTP_ERROR);
-  curl_slist* headers = nullptr;
-  size_t line_start = request.find("\r\n") + 2;  // past the request line
-  while (line_start < head_end) {
-    size_t line_end = request.find("\r\n", line_start);
-    std::string line = request.substr(line_start, line_end - line_start);
-    size_t colon = line.find(':');
-    if (colon != std::string::npos && !CurlOwnsHeader(line.substr(0, colon))) {
-      headers = api.slist_append(headers, line.c_str());
-    }
-    line_start = line_end + 2;
-  }
-  headers = api.slist_append(headers, "Expect:");
-  const char* body = request.data() + head_end + 4;
-  size_t body_size = request.size() - head_end - 4;
-
+  curl_slist* headers = HeaderList(request, head_end);
   char error_text[CURL_ERROR_SIZE] = "";
-  if (!configured_) {
-    // Options that only change with the settings are set once per context.
-    api.easy_reset(curl);
-    api.easy_setopt(curl, CURLOPT_POST, 1L);
-    api.easy_setopt(curl, CURLOPT_USERAGENT, (settings_.client_name + kClientVersionSuffix).c_str());
-    api.easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
-    api.easy_setopt(curl, CURLOPT_WRITEFUNCTION, CurlWrite);
-    api.easy_setopt(curl, CURLOPT_WRITEDATA, this);
-    api.easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
-    api.easy_setopt(curl, CURLOPT_HEADERDATA, this);
-    api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedLimit);
-    bool check_dates = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoHost;
-    bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
-    api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
-    api.easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
-    tls_rules_ = std::make_unique<TlsRules>();
-    tls_rules_->ignore_dates = !check_dates;
-    std::string host = HostOf(url_);
-    if (check_host && IsIpAddress(host)) tls_rules_->ip_host = host;
-    if (tls_rules_->ignore_dates || !tls_rules_->ip_host.empty()) {
-      api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, ConfigureTls);
-      api.easy_setopt(curl, CURLOPT_SSL_CTX_DATA, tls_rules_.get());
-    }
-    ca_file_ = CaFileFor(settings_);
-    api.easy_setopt(curl, CURLOPT_CAINFO, ca_file_.empty() ? nullptr : ca_file_.c_str());
-    api.easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
-    if (!settings_.ssl_key_file.empty()) {
-      api.easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
-      api.easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
-      // Always set, even empty: without one, OpenSSL would ask on the terminal.
-      api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
-    }
-    configured_ = true;
+  if (!configured_) Configure();
+  api.easy_setopt(curl_, CURLOPT_POSTFIELDS, request.data() + head_end + 4);
+  api.easy_setopt(curl_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.size() - head_end - 4));
+  api.easy_setopt(curl_, CURLOPT_HTTPHEADER, headers);
+  api.easy_setopt(curl_, CURLOPT_ERRORBUFFER, error_text);
+  SetCallOptions(soap);
+
+  ClearReply();
+  CURLcode code = api.easy_perform(curl_);
+  api.slist_free_all(headers);
+  if (code != CURLE_OK) {
+    std::string text = reply_too_large_ ? "reply too large" : *error_text ? error_text : api.easy_strerror(code);
+    reply_body_.clear();
+    return soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, ErrorStatus(code));
   }
+  BuildReplyHead((soap->omode & SOAP_ENC_ZLIB) != 0);
+  return SOAP_OK;
+}
+
+// Options that only change with the settings are set once per context.
+void CurlTransport::Configure() {
+  const CurlApi& api = Curl();
+  CURL* curl = curl_;
+  api.easy_reset(curl);
+  api.easy_setopt(curl, CURLOPT_POST, 1L);
+  api.easy_setopt(curl, CURLOPT_USERAGENT, (settings_.client_name + kClientVersionSuffix).c_str());
+  api.easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
+  api.easy_setopt(curl, CURLOPT_WRITEFUNCTION, CurlWrite);
+  api.easy_setopt(curl, CURLOPT_WRITEDATA, this);
+  api.easy_setopt(curl, CURLOPT_HEADERFUNCTION, CurlHeader);
+  api.easy_setopt(curl, CURLOPT_HEADERDATA, this);
+  api.easy_setopt(curl, CURLOPT_LOW_SPEED_LIMIT, kLowSpeedLimit);
+  bool check_dates = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoHost;
+  bool check_host = ssl_mode_ == kSslFull || ssl_mode_ == kSslNoExpire;
+  api.easy_setopt(curl, CURLOPT_SSL_VERIFYPEER, 1L);
+  api.easy_setopt(curl, CURLOPT_SSL_VERIFYHOST, check_host ? 2L : 0L);
+  tls_rules_ = std::make_unique<TlsRules>();
+  tls_rules_->ignore_dates = !check_dates;
+  std::string host = HostOf(url_);
+  if (check_host && IsIpAddress(host)) tls_rules_->ip_host = host;
+  if (tls_rules_->ignore_dates || !tls_rules_->ip_host.empty()) {
+    api.easy_setopt(curl, CURLOPT_SSL_CTX_FUNCTION, ConfigureTls);
+    api.easy_setopt(curl, CURLOPT_SSL_CTX_DATA, tls_rules_.get());
+  }
+  ca_file_ = CaFileFor(settings_);
+  api.easy_setopt(curl, CURLOPT_CAINFO, ca_file_.empty() ? nullptr : ca_file_.c_str());
+  api.easy_setopt(curl, CURLOPT_CAPATH, settings_.ssl_ca_dir.empty() ? nullptr : settings_.ssl_ca_dir.c_str());
+  if (!settings_.ssl_key_file.empty()) {
+    api.easy_setopt(curl, CURLOPT_SSLCERT, settings_.ssl_key_file.c_str());
+    api.easy_setopt(curl, CURLOPT_SSLKEY, settings_.ssl_key_file.c_str());
+    // Always set, even empty: without one, OpenSSL would ask on the terminal.
+    api.easy_setopt(curl, CURLOPT_KEYPASSWD, settings_.ssl_key_password.c_str());
+  }
+  configured_ = true;
+}
+
+// Options that the context may change between calls.
+void CurlTransport::SetCallOptions(struct soap* soap) {
+  const CurlApi& api = Curl();
+  CURL* curl = curl_;
   api.easy_setopt(curl, CURLOPT_URL, url_.c_str());
-  api.easy_setopt(curl, CURLOPT_POSTFIELDS, body);
-  api.easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_size));
-  api.easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-  api.easy_setopt(curl, CURLOPT_ERRORBUFFER, error_text);
   api.easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(soap->connect_timeout));
   // A receive time-out: the call ends when nothing arrives for that long.
   api.easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(soap->recv_timeout));
@@ -328,7 +349,9 @@ int CurlTransport::Perform(struct soap* soap) {
   } else {
     api.easy_setopt(curl, CURLOPT_VERBOSE, 0L);
   }
+}
 
+void CurlTransport::ClearReply() {
   reply_headers_.clear();
   if (reply_body_.capacity() > (1u << 20)) {
     std::string().swap(reply_body_);
@@ -338,17 +361,11 @@ int CurlTransport::Perform(struct soap* soap) {
   reply_.clear();
   reply_pos_ = 0;
   reply_too_large_ = false;
-  CURLcode code = api.easy_perform(curl);
-  api.slist_free_all(headers);
-  if (code != CURLE_OK) {
-    std::string text = reply_too_large_ ? "reply too large" : *error_text ? error_text : api.easy_strerror(code);
-    reply_body_.clear();
-    return soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, ErrorStatus(code));
-  }
+}
 
-  // Hand gSOAP the reply as it would have read it from a socket, less what
-  // libcurl already undid (chunking, and compression when it was asked for).
-  bool decoded = (soap->omode & SOAP_ENC_ZLIB) != 0;
+// Hand gSOAP the reply as it would have read it from a socket, less what
+// libcurl already undid (chunking, and compression when it was asked for).
+void CurlTransport::BuildReplyHead(bool decoded) {
   size_t pos = 0;
   bool first = true;
   while (pos < reply_headers_.size()) {
@@ -373,7 +390,6 @@ int CurlTransport::Perform(struct soap* soap) {
   }
   if (first) reply_ = "HTTP/1.1 200 OK\r\n";
   reply_ += "Content-Length: " + std::to_string(reply_body_.size()) + "\r\n\r\n";
-  return SOAP_OK;
 }
 
 size_t CurlTransport::Receive(char* data, size_t size) {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "client/local_data.h"
+#include "client/transport.h"
 
 typedef void CURL;
 struct soap;
@@ -18,17 +19,17 @@ namespace lexctl {
 
 struct TlsRules;
 
-class CurlTransport {
+class CurlTransport : public Transport {
  public:
   CurlTransport();
-  ~CurlTransport();
+  ~CurlTransport() override;
   CurlTransport(const CurlTransport&) = delete;
   CurlTransport& operator=(const CurlTransport&) = delete;
 
   /// Makes a freshly built context send through this transport.
-  void Attach(struct soap* soap, const TransportSettings& settings, int ssl_mode);
+  void Attach(struct soap* soap, const TransportSettings& settings, int ssl_mode) override;
   /// Appends libcurl's trace (headers and data) to file; "" stops it.
-  void SetTrace(const std::string& file);
+  void SetTrace(const std::string& file) override;
 
   // Called by the context's I/O hooks.
   int Open(struct soap* soap, const char* endpoint);
@@ -37,8 +38,13 @@ class CurlTransport {
   size_t Receive(char* data, size_t size);
 
  private:
+  void Configure();
+  void SetCallOptions(struct soap* soap);
+  void ClearReply();
+  /// The reply's head as gSOAP expects it, from libcurl's headers.
+  void BuildReplyHead(bool decoded);
+
   CURL* curl_ = nullptr;  // made on first use: start-up never pays for libcurl
-  int null_fd_ = -1;
   TransportSettings settings_;
   int ssl_mode_ = kSslFull;
   bool configured_ = false;

@@ -1,54 +1,27 @@
 #include "client/local_data.h"
-#include "client/tls_checks.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <openssl/err.h>
-#include <openssl/ssl.h>
-#include <openssl/x509v3.h>
 #include <strings.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
 #include "client/credentials.h"
-#include "client/curl_transport.h"
+#include "client/transport.h"
 #include "client/wire_log.h"
 #include "shell/exec_thread.h"
 #include "shell/output.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
 namespace {
 
-// Hooks of a context, kept per context so that a copied context chains to
+// The header hooks of a context, kept per context so that they chain to
 // the library's own functions.
 struct Hooks {
   SoapClient* client;
   int (*posthdr)(struct soap*, const char*, const char*);
   int (*parsehdr)(struct soap*, const char*, const char*);
-  SOAP_SOCKET (*open)(struct soap*, const char*, const char*, int);
-  int (*send)(struct soap*, const char*, size_t);
-  size_t (*recv)(struct soap*, char*, size_t);
-  int (*post)(struct soap*, const char*, const char*, int, const char*, const char*, ULONG64);
-  std::string host;  // to check the server's certificate against
-  // The TLS files as the context was built with them: the library keeps
-  // pointers to these for as long as the context lives.
-  std::string key_file{}, key_password{}, ca_file{}, ca_dir{};
-  // Why a CA file or folder that is set cannot be used; every https
-  // connection that would check the server's certificate fails with it.
-  std::string ca_problem{};
-  bool key_loaded = false;
-  bool check_host = false;
-  SOAP_SOCKET direct_socket = SOAP_INVALID_SOCKET;  // a plain socket made blocking by OpenPlain
-  // The low-speed rule: bytes received since the window began.
-  std::chrono::steady_clock::time_point window_start{};
-  size_t window_bytes = 0;
 };
 
 Hooks* HooksOf(struct soap* soap) { return static_cast<Hooks*>(soap->user); }
@@ -64,177 +37,13 @@ int ParseHeader(struct soap* soap, const char* key, const char* value) {
   return hooks->parsehdr(soap, key, value);
 }
 
-// On a plain connection the library waits in select() before every send
-// and every receive, because it keeps the socket non-blocking for its
-// time-outs. A blocking socket with the time-outs set on the socket itself
-// does the same in one system call instead of two.
-SOAP_SOCKET OpenPlain(struct soap* soap, const char* endpoint, const char* host, int port) {
-  Hooks* hooks = HooksOf(soap);
-  SOAP_SOCKET socket = hooks->open(soap, endpoint, host, port);
-  hooks->direct_socket = SOAP_INVALID_SOCKET;
-  if (!soap_valid_socket(socket) || soap->ssl) return socket;
-  int flags = fcntl(socket, F_GETFL);
-  if (flags < 0 || fcntl(socket, F_SETFL, flags & ~O_NONBLOCK) < 0) return socket;
-  // Positive time-outs are seconds, negative ones microseconds, 0 none.
-  auto interval = [](int timeout) {
-    struct timeval tv = {0, 0};
-    if (timeout > 0) tv.tv_sec = timeout;
-    if (timeout < 0) tv = {-timeout / 1000000, -timeout % 1000000};
-    return tv;
-  };
-  struct timeval receive = interval(soap->recv_timeout), send = interval(soap->send_timeout);
-  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &receive, sizeof(receive));
-  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &send, sizeof(send));
-  hooks->direct_socket = socket;
-  return socket;
-}
-
-bool IsDirect(struct soap* soap) {
-  return !soap->ssl && soap_valid_socket(soap->socket) && soap->socket == HooksOf(soap)->direct_socket;
-}
-
-int SendDirect(struct soap* soap, const char* data, size_t size) {
-  if (!IsDirect(soap)) return HooksOf(soap)->send(soap, data, size);
-  while (size > 0) {
-    ssize_t sent = send(soap->socket, data, size, MSG_NOSIGNAL);
-    if (sent > 0) {
-      data += sent;
-      size -= static_cast<size_t>(sent);
-    } else if (sent < 0 && errno == EINTR) {
-      continue;
-    } else {
-      // EAGAIN on a blocking socket is its time-out; errnum 0 makes the
-      // library report it as one.
-      soap->errnum = sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK ? errno : 0;
-      return SOAP_EOF;
-    }
-  }
-  return SOAP_OK;
-}
-
-size_t RecvDirect(struct soap* soap, char* data, size_t size) {
-  if (!IsDirect(soap)) return HooksOf(soap)->recv(soap, data, size);
-  for (;;) {
-    ssize_t got = recv(soap->socket, data, size, 0);
-    if (got >= 0) return static_cast<size_t>(got);
-    if (errno == EINTR) continue;
-    soap->errnum = errno == EAGAIN || errno == EWOULDBLOCK ? 0 : errno;
-    return 0;
-  }
-}
-
-int StartReply(struct soap* soap) {
-  Hooks* hooks = HooksOf(soap);
-  hooks->window_start = std::chrono::steady_clock::now();
-  hooks->window_bytes = 0;
-  return SOAP_OK;
-}
-
-// The time-out bounds each read; this bounds a reply that keeps trickling
-// in: every time-out's worth of seconds must bring kLowSpeedLimit bytes a
-// second, as libcurl's low-speed rule asks on the other layer.
-size_t RecvMetered(struct soap* soap, char* data, size_t size) {
-  size_t n = RecvDirect(soap, data, size);
-  int timeout = soap->recv_timeout;
-  if (n == 0 || timeout <= 0) return n;
-  Hooks* hooks = HooksOf(soap);
-  hooks->window_bytes += n;
-  auto now = std::chrono::steady_clock::now();
-  // A proxy's answer to CONNECT is read before any reply has begun.
-  if (hooks->window_start == std::chrono::steady_clock::time_point{}) hooks->window_start = now;
-  if (now - hooks->window_start < std::chrono::seconds(timeout)) return n;
-  if (hooks->window_bytes < static_cast<size_t>(kLowSpeedLimit) * timeout) {
-    char text[120];
-    snprintf(text, sizeof(text), "Operation too slow. Less than %ld bytes/sec transferred the last %d seconds",
-             kLowSpeedLimit, timeout);
-    soap_set_receiver_error(soap, soap_strdup(soap, text), nullptr, SOAP_EOF);
-    soap->errnum = 0;
-    return 0;
-  }
-  hooks->window_start = now;
-  hooks->window_bytes = 0;
-  return n;
-}
-
-// Inside a proxy's CONNECT tunnel the request goes to the server itself, so
-// it names only the path, as curl's does; the library would send the full
-// URL there, which some servers refuse.
-int PostInTunnel(struct soap* soap, const char* endpoint, const char* host, int port, const char* path,
-                 const char* action, ULONG64 count) {
-  Hooks* hooks = HooksOf(soap);
-  if (!soap->ssl || !soap->proxy_host || soap->status == SOAP_CONNECT) {
-    return hooks->post(soap, endpoint, host, port, path, action, count);
-  }
-  const char* proxy = soap->proxy_host;
-  soap->proxy_host = nullptr;
-  int status = hooks->post(soap, endpoint, host, port, path, action, count);
-  soap->proxy_host = proxy;
-  return status;
-}
-
-// OpenSSL asks on the terminal when a key needs a pass phrase and none is
-// given; the client never asks: no pass phrase fails the key.
-int KeyPassword(char* buffer, int size, int, void* data) {
-  const std::string& password = *static_cast<const std::string*>(data);
-  if (password.empty() || static_cast<int>(password.size()) >= size) return 0;
-  memcpy(buffer, password.data(), password.size());
-  return static_cast<int>(password.size());
-}
-
-// The client key is loaded when a request first needs it, with the pass
-// phrase set by then, whatever order the two settings came in.
-bool LoadClientKey(struct soap* soap, Hooks* hooks) {
-  if (hooks->key_file.empty() || hooks->key_loaded || !soap->ctx) return true;
-  SSL_CTX_set_default_passwd_cb(soap->ctx, KeyPassword);
-  SSL_CTX_set_default_passwd_cb_userdata(soap->ctx, &hooks->key_password);
-  ERR_clear_error();
-  if (SSL_CTX_use_certificate_chain_file(soap->ctx, hooks->key_file.c_str()) != 1 ||
-      SSL_CTX_use_PrivateKey_file(soap->ctx, hooks->key_file.c_str(), SSL_FILETYPE_PEM) != 1) {
-    const char* reason = ERR_reason_error_string(ERR_peek_last_error());
-    std::string text = "unable to use the SSL key file '" + hooks->key_file + "'" +
-                       (reason ? std::string(" (") + reason + ")" : std::string());
-    ERR_clear_error();
-    soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, SOAP_SSL_ERROR);
-    return false;
-  }
-  hooks->key_loaded = true;
-  return true;
-}
-
-// gSOAP's own host check is looser than common practice (CN fallback with
-// a SAN present, "*" certificates, "-" as a wildcard), so the check is ours.
-SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char* host, int port) {
-  Hooks* hooks = HooksOf(soap);
-  if (!hooks->ca_problem.empty()) {
-    soap_set_sender_error(soap, soap_strdup(soap, hooks->ca_problem.c_str()), nullptr, SOAP_SSL_ERROR);
-    return SOAP_INVALID_SOCKET;
-  }
-  if (!LoadClientKey(soap, hooks)) return SOAP_INVALID_SOCKET;
-  LastVerifyError() = X509_V_OK;
-  SOAP_SOCKET socket = hooks->open(soap, endpoint, host, port);
-  if (!soap_valid_socket(socket) && soap->error == SOAP_SSL_ERROR && LastVerifyError() != X509_V_OK) {
-    // Name the reason, as libcurl does, rather than the bare SSL_ERROR_SSL.
-    std::string text = std::string("SSL certificate problem: ") + X509_verify_cert_error_string(LastVerifyError());
-    soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, SOAP_SSL_ERROR);
-    return socket;
-  }
-  if (!soap_valid_socket(socket) || !soap->ssl || !hooks->check_host) return socket;
-  X509* cert = SSL_get1_peer_certificate(soap->ssl);
-  bool match = false;
-  if (cert) {
-    match = IsIpAddress(hooks->host)
-                ? X509_check_ip_asc(cert, hooks->host.c_str(), 0) == 1
-                : X509_check_host(cert, hooks->host.c_str(), 0,
-                                  X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS, nullptr) == 1;
-    X509_free(cert);
-  }
-  if (match) return socket;
-  SSL_free(soap->ssl);
-  soap->ssl = nullptr;
-  soap->fclosesocket(soap, socket);
-  soap_set_sender_error(soap, "SSL/TLS error: the server's certificate does not match its host name",
-                        nullptr, SOAP_SSL_ERROR);
-  return SOAP_INVALID_SOCKET;
+void FreeContext(struct soap* soap) {
+  if (!soap) return;
+  delete HooksOf(soap);
+  soap->user = nullptr;
+  soap_destroy(soap);
+  soap_end(soap);
+  soap_free(soap);
 }
 
 bool StartsWithNoCase(const std::string& text, const char* prefix) {
@@ -259,19 +68,11 @@ HeaderObserver& CurrentHeaderObserver() {
 
 SoapClient::SoapClient() = default;
 
-SoapClient::~SoapClient() {
-  if (soap_) {
-    delete HooksOf(soap_);
-    soap_->user = nullptr;
-    soap_destroy(soap_);
-    soap_end(soap_);
-    soap_free(soap_);
-  }
-}
+SoapClient::~SoapClient() { FreeContext(soap_); }
 
 int SoapClient::ssl_auth_effective() const {
   // libcurl has no "no checks at all" mode beyond skipping both checks.
-  if (settings.windows_layer && settings.ssl_auth == kSslNone) return kSslMinimum;
+  if (settings.platform_http_layer && settings.ssl_auth == kSslNone) return kSslMinimum;
   return settings.ssl_auth;
 }
 
@@ -303,61 +104,21 @@ void SoapClient::RebuildContext() {
   fresh->recv_timeout = settings.io_timeout;
   fresh->send_timeout = settings.io_timeout;
   fresh->recv_maxlength = MaxReplyBytes();
-  // The library's fixed 64 KB socket buffers turn off the kernel's sizing:
-  // a reply a little larger than that then waits on the window for
-  // milliseconds, which is most of a 100-line translation's round trip.
-  fresh->sndbuf = 0;
-  fresh->rcvbuf = 0;
-
-  auto* hooks = new Hooks{this, fresh->fposthdr, fresh->fparsehdr, fresh->fopen, fresh->fsend,
-                          fresh->frecv, fresh->fpost, HostOf(settings.endpoint)};
-  fresh->user = hooks;
-  bool https = StartsWithNoCase(settings.endpoint, "https:");
-  int mode = ssl_auth_effective();
-  if (!settings.windows_layer && https) {
-    hooks->check_host = mode == kSslFull || mode == kSslNoExpire;
-    fresh->fopen = OpenCheckingHost;
-    fresh->fpost = PostInTunnel;
-    fresh->fsslverify = mode == kSslNoExpire || mode == kSslMinimum ? VerifyNotingIgnoringDates : VerifyNoting;
-    unsigned short flags = mode == kSslNone ? SOAP_SSL_NO_AUTHENTICATION
-                                            : SOAP_SSL_REQUIRE_SERVER_AUTHENTICATION | SOAP_SSL_SKIP_HOST_CHECK;
-    flags |= SOAP_SSL_NO_DEFAULT_CA_PATH;
-    hooks->key_file = settings.ssl_key_file;
-    hooks->key_password = settings.ssl_key_password;
-    hooks->ca_file = CaFileFor(settings);
-    hooks->ca_dir = settings.ssl_ca_dir;
-    // Without authentication no CA is consulted, so none can be missed.
-    if (mode != kSslNone) hooks->ca_problem = UnreadableCaSetting(settings);
-    auto optional = [](const std::string& text) { return text.empty() ? nullptr : text.c_str(); };
-    if (soap_ssl_client_context(fresh, flags, nullptr, nullptr, optional(hooks->ca_file), optional(hooks->ca_dir),
-                                nullptr)) {
-      const char** detail = soap_faultdetail(fresh);
-      ConsoleOut("Failed to initialize SSL: %s\n", detail && *detail ? *detail : "[no detail]");
-    }
-  }
+  fresh->user = new Hooks{this, fresh->fposthdr, fresh->fparsehdr};
   fresh->fposthdr = PostHeader;
   fresh->fparsehdr = ParseHeader;
   soap_set_namespaces(fresh, namespaces);
-  if (settings.windows_layer) {
-    if (!curl_) curl_ = std::make_unique<CurlTransport>();
-    curl_->Attach(fresh, settings, mode);
-  } else {
-    if (!https) {
-      fresh->fopen = OpenPlain;
-      fresh->fsend = SendDirect;
-    }
-    fresh->frecv = RecvMetered;
-    fresh->fprepareinitrecv = StartReply;
+  // A layer left behind lives until the old context that uses it is gone.
+  std::unique_ptr<Transport> previous;
+  if (!transport_ || on_platform_http_ != settings.platform_http_layer) {
+    previous = std::move(transport_);
+    transport_ = settings.platform_http_layer ? MakePlatformHttpTransport() : MakeGsoapTransport();
+    on_platform_http_ = settings.platform_http_layer;
   }
+  transport_->Attach(fresh, settings, ssl_auth_effective());
 
   soap_ = fresh;
-  if (old) {
-    delete HooksOf(old);
-    old->user = nullptr;
-    soap_destroy(old);
-    soap_end(old);
-    soap_free(old);
-  }
+  FreeContext(old);
   ApplyAfterBuild();
 }
 
@@ -376,7 +137,7 @@ void SoapClient::ApplyAfterBuild() {
   // transport needs the request in one piece anyway: measured first and then
   // written straight into it, a large document is held once rather than
   // twice. Compressed requests can only be measured by building them.
-  bool measure = settings.windows_layer && !settings.compress;
+  bool measure = settings.platform_http_layer && !settings.compress;
   soap_->omode = (soap_->omode & ~SOAP_IO) | (measure ? SOAP_IO_BUFFER : SOAP_IO_STORE);
   if (settings.keepalive) {
     soap_set_imode(soap_, SOAP_IO_KEEPALIVE);
@@ -389,7 +150,7 @@ void SoapClient::ApplyAfterBuild() {
   soap_->recv_timeout = settings.io_timeout;
   soap_->send_timeout = settings.io_timeout;
   AttachWireLog(soap_, settings.soap_debug);
-  if (curl_) curl_->SetTrace(settings.curl_log);
+  transport_->SetTrace(settings.curl_log);
 }
 
 bool SoapClient::SetProxy(const std::string& proxy) {
@@ -410,7 +171,7 @@ bool SoapClient::SetProxy(const std::string& proxy) {
     soap_->proxy_port = atoi(proxy.c_str() + colon + 1);
   }
   // Tools started by the client (wget) go through the same proxy.
-  setenv("http_proxy", proxy.c_str(), 1);
+  SetEnvironment("http_proxy", proxy.c_str());
   return true;
 }
 

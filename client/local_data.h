@@ -8,13 +8,14 @@
 #include <string>
 
 #include "shell/command.h"
+#include "shell/version.h"
 
 struct soap;
 
 namespace lexctl {
 
 class ExecThread;
-class CurlTransport;
+class Transport;
 
 enum SslAuthMode : int {
   kSslFull = 0,
@@ -25,14 +26,9 @@ enum SslAuthMode : int {
 };
 
 inline constexpr char kClientName[] = "lexctl3";
-inline constexpr char kClientVersionSuffix[] = " 4.7.2 R52475";
+inline constexpr char kClientVersionSuffix[] = " " LEXCTL_VERSION " R" LEXCTL_BUILD;
 inline constexpr char kDefaultServer[] = "http://localhost:12000";
 inline constexpr char kServicePath[] = "/nvsoap/nvsoap.cgi";
-
-/// A reply that arrives slower than this many bytes a second, averaged over
-/// the time-out, is given up (both layers), so a dripping server cannot hold
-/// a command; a stalled one ends at the time-out itself.
-inline constexpr long kLowSpeedLimit = 10;
 
 /// The largest reply the client takes in: 1 GiB, or LEXCTL3_MAX_REPLY_MB
 /// megabytes when that is set. A longer reply ends the command instead of
@@ -51,7 +47,7 @@ inline constexpr char kDefaultCaFile[] = "cacert.pem";
 struct TransportSettings {
   std::string wget = "wget";
   bool dime = false;
-  bool windows_layer = true;  // libcurl ("windows"); false: gSOAP's own sockets ("gsoap")
+  bool platform_http_layer = true;  // "windows": libcurl; false: gSOAP's sockets ("gsoap")
   bool compress = false;
   bool keepalive = true;
   int ssl_auth = kSslFull;
@@ -116,7 +112,8 @@ class SoapClient : public ThreadData {
   void ApplyAfterBuild();
 
   struct soap* soap_ = nullptr;
-  std::unique_ptr<CurlTransport> curl_;
+  std::unique_ptr<Transport> transport_;
+  bool on_platform_http_ = false;  // which layer transport_ is
   std::string proxy_host_;  // the context points here, not into per-call memory
   std::string basic_user_;
   std::string basic_password_;
@@ -144,7 +141,7 @@ class LocalData : public SoapClient {
     std::string eid = "QZ-EJ";
     std::map<std::string, std::string> properties;
   } engine;
-  std::string clientid = "lexctl3 4.7.2";
+  std::string clientid = "lexctl3 " LEXCTL_VERSION;
   std::string reqgroup;
   bool cachemark = false;
   bool neweid = true;

@@ -56,7 +56,7 @@ void SetProp(ExecThread& thread, LocalData& data, const std::string& value) {
 // An https server switches to the windows layer, which carries https.
 // build: make the new context now (setopt) or on first use (start-up).
 void SetServer(LocalData& data, const std::string& server, bool build) {
-  if (strncasecmp(server.c_str(), "https:", 6) == 0) data.settings.windows_layer = true;
+  if (strncasecmp(server.c_str(), "https:", 6) == 0) data.settings.platform_http_layer = true;
   data.settings.server = server;
   data.RebuildEndpoint(build);
 }
@@ -68,9 +68,9 @@ void Set(ExecThread& thread, LocalData& data, int option, const char* value_text
     case kUilang: data.uilang = value; break;
     case kCommslayer:
       if (PrefixOf(value_text, "windows") || strcasecmp(value_text, "curl") == 0) {
-        s.windows_layer = true;
+        s.platform_http_layer = true;
       } else if (PrefixOf(value_text, "gsoap")) {
-        s.windows_layer = false;
+        s.platform_http_layer = false;
       } else {
         ThreadPrint(thread, "Invalid option. Use either 'windows' or 'gsoap'.\n");
         return;
@@ -106,7 +106,7 @@ void Set(ExecThread& thread, LocalData& data, int option, const char* value_text
     case kSslauth:
       for (int mode = kSslFull; mode <= kSslNone; ++mode) {
         if (PrefixOf(value_text, kSslWords[mode])) {
-          s.ssl_auth = mode == kSslNone && s.windows_layer ? kSslMinimum : mode;
+          s.ssl_auth = mode == kSslNone && s.platform_http_layer ? kSslMinimum : mode;
           data.RebuildContext();
           break;
         }
@@ -145,7 +145,7 @@ void Report(ExecThread& thread, LocalData& data, int option, const char* name) {
   const TransportSettings& s = data.settings;
   switch (option) {
     case kUilang: Show(thread, name, data.uilang); break;
-    case kCommslayer: Show(thread, name, s.windows_layer ? "windows" : "gsoap"); break;
+    case kCommslayer: Show(thread, name, s.platform_http_layer ? "windows" : "gsoap"); break;
     case kCompress: Show(thread, name, Bool(s.compress)); break;
     case kDime: Show(thread, name, Bool(s.dime)); break;
     case kKeepalive: Show(thread, name, Bool(s.keepalive)); break;
@@ -154,7 +154,7 @@ void Report(ExecThread& thread, LocalData& data, int option, const char* name) {
       Show(thread, name, s.server);
       // An https server switches to the windows layer when it is set, so a
       // saved gsoap set-up names its layer again after the server.
-      if (thread.saving_options && !s.windows_layer && strncasecmp(s.server.c_str(), "https:", 6) == 0) {
+      if (thread.saving_options && !s.platform_http_layer && strncasecmp(s.server.c_str(), "https:", 6) == 0) {
         Show(thread, "commslayer", "gsoap");
       }
       break;

@@ -14,6 +14,7 @@
 #include "client/frame.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
+#include "shell/version.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -75,7 +76,7 @@ void CmdVersions(ExecThread& thread, ArgVector& args) {
     RequestFrame frame(thread, "");
     if (!frame.Scan(kVersionsOptions, args) || !frame.ExpectPositional(0, 0)) return;
     frame.PrintSelectKeys();
-    ThreadPrint(thread, "Client Version: Lexary Server 4.7.2 R52475\n");
+    ThreadPrint(thread, "Client Version: Lexary Server " LEXCTL_VERSION " R" LEXCTL_BUILD "\n");
     {
       std::lock_guard<std::mutex> hold(server_version_lock);
       server_version = "<unknown>";

@@ -1,15 +1,10 @@
 #include "client/tls_checks.h"
 
-#include <arpa/inet.h>
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstring>
 
 #include "client/local_data.h"
+#include "shell/platform.h"
 
 namespace lexctl {
 
@@ -24,43 +19,23 @@ int VerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
   return ok;
 }
 
-namespace {
-
-// 0 when path is a file that can be opened for reading, else an errno value.
-int FileProblem(const std::string& path) {
-  int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return errno;
-  struct stat info;
-  int problem = fstat(fd, &info) != 0 ? errno : S_ISDIR(info.st_mode) ? EISDIR : 0;
-  close(fd);
-  return problem;
-}
-
-// 0 when path is a folder whose entries can be listed, else an errno value.
-int FolderProblem(const std::string& path) {
-  DIR* dir = opendir(path.c_str());
-  if (!dir) return errno;
-  closedir(dir);
-  return 0;
-}
-
-}  // namespace
-
 std::string CaFileFor(const TransportSettings& settings) {
-  if (!settings.ssl_ca_file.empty() && FileProblem(settings.ssl_ca_file) == 0) return settings.ssl_ca_file;
+  const std::string& file = settings.ssl_ca_file;
+  if (!file.empty() && FileReadError(file.c_str()) == 0) return file;
   return settings.ssl_ca_dir.empty() ? "/etc/ssl/certs/ca-certificates.crt" : "";
 }
 
 std::string UnreadableCaSetting(const TransportSettings& settings) {
   const std::string& file = settings.ssl_ca_file;
   if (!file.empty()) {
-    int problem = FileProblem(file);
+    int problem = FileReadError(file.c_str());
     bool fallback = file == kDefaultCaFile && problem == ENOENT;
     if (problem && !fallback) return "cannot read CA file " + file + " (" + strerror(problem) + ")";
   }
   const std::string& dir = settings.ssl_ca_dir;
   if (!dir.empty()) {
-    if (int problem = FolderProblem(dir)) return "cannot read CA folder " + dir + " (" + strerror(problem) + ")";
+    int problem = FolderReadError(dir.c_str());
+    if (problem) return "cannot read CA folder " + dir + " (" + strerror(problem) + ")";
   }
   return "";
 }
@@ -74,11 +49,6 @@ std::string HostOf(const std::string& url) {
   }
   size_t end = url.find_first_of(":/", start);
   return url.substr(start, end == std::string::npos ? std::string::npos : end - start);
-}
-
-bool IsIpAddress(const std::string& host) {
-  unsigned char buffer[16];
-  return inet_pton(AF_INET, host.c_str(), buffer) == 1 || inet_pton(AF_INET6, host.c_str(), buffer) == 1;
 }
 
 int& LastVerifyError() {

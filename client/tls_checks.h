@@ -22,7 +22,6 @@ int& LastVerifyError();
 
 /// The host part of a URL, without brackets around an IPv6 address.
 std::string HostOf(const std::string& url);
-bool IsIpAddress(const std::string& host);
 
 /// The CA file to trust: the configured one when it can be read, else the
 /// system's bundle unless a CA directory is set; "" for none.

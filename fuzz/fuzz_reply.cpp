@@ -80,7 +80,7 @@ void Setup() {
   thread = new ExecThread("fuzz", true);
   thread->redirect = fopen("/dev/null", "w");
   auto data = std::make_unique<LocalData>(thread);
-  data->settings.windows_layer = false;
+  data->settings.platform_http_layer = false;
   data->settings.keepalive = false;
   data->settings.server = "http://127.0.0.1:9";
   data->RebuildEndpoint(false);

@@ -16,6 +16,7 @@
 #include "app/startup.h"
 #include "shell/dispatch.h"
 #include "shell/exec_thread.h"
+#include "shell/version.h"
 
 namespace {
 

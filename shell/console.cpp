@@ -2,7 +2,6 @@
 
 #include <readline/history.h>
 #include <readline/readline.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -79,7 +78,7 @@ char** Readline::Complete(const char* text, int start, int /*end*/) {
 
 void Init() {
   initialised = true;
-  interactive = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO) && rl.Load();
+  interactive = ConsoleIsInteractive() && rl.Load();
   if (!interactive) return;
   const char* home = getenv("HOME");
   if (home && *home) {
@@ -105,11 +104,7 @@ bool ReadOne(const char* prompt, std::string& line, int& recalled) {
     return true;
   }
   ConsoleWrite(prompt);
-  thread_local GetlineBuffer buffer;
-  ssize_t n = getline(&buffer.data, &buffer.capacity, stdin);
-  if (n < 0) return false;
-  line.assign(buffer.data, n);
-  return true;
+  return GetLine(stdin, line);
 }
 
 void StripTrailing(std::string& line) {

@@ -1,8 +1,6 @@
 #include "shell/output.h"
 
-#include <sys/time.h>
-#include <unistd.h>
-
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -131,24 +129,19 @@ void ConsoleError(const char* format, ...) {
 }
 
 void PrintTimestamp(ExecThread& thread, const char* label) {
-  struct timeval now;
-  gettimeofday(&now, nullptr);
+  auto now = std::chrono::system_clock::now();
+  auto since_epoch = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch());
   struct tm local;
-  time_t seconds = now.tv_sec;
+  time_t seconds = std::chrono::system_clock::to_time_t(now);
   localtime_r(&seconds, &local);
   ThreadPrint(thread, "%s %04u-%02u-%02u %02u:%02u:%02u.%03u\n", label,
               static_cast<unsigned>(local.tm_year + 1900), static_cast<unsigned>(local.tm_mon + 1),
               static_cast<unsigned>(local.tm_mday), static_cast<unsigned>(local.tm_hour),
               static_cast<unsigned>(local.tm_min), static_cast<unsigned>(local.tm_sec),
-              static_cast<unsigned>(now.tv_usec / 1000));
+              static_cast<unsigned>(since_epoch.count() % 1000));
 }
 
-void OutOfMemory() {
-  static const char msg[] = "Out of memory.\n";
-  ssize_t ignored = write(STDERR_FILENO, msg, sizeof(msg) - 1);
-  (void)ignored;
-  _exit(1);
-}
+void OutOfMemory() { ExitNow("Out of memory.\n"); }
 
 void CmdTee(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdTee, args, true)) return;

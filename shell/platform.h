@@ -8,12 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "shell/version.h"
+
 namespace lexctl {
 
 // Kept for a platform with a crash-dump registration; unused on POSIX.
-inline constexpr wchar_t kCrashDumpProduct[] = L"Lexary Server 4.7.2";
-inline constexpr wchar_t kCrashDumpRegistryKey[] = L"SOFTWARE\\Norvane\\LexaryServer\\4.7.2";
-inline constexpr wchar_t kCrashDumpApplication[] = L"lexctl3-4.7.2.52475";
+inline constexpr wchar_t kCrashDumpProduct[] = L"Lexary Server " LEXCTL_VERSION;
+inline constexpr wchar_t kCrashDumpRegistryKey[] = L"SOFTWARE\\Norvane\\LexaryServer\\" LEXCTL_VERSION;
+inline constexpr wchar_t kCrashDumpApplication[] = L"lexctl3-" LEXCTL_VERSION "." LEXCTL_BUILD;
 
 /// Process set-up: terminate handler, signal handling (CTRL-C ignored with
 /// a message), locale from the environment.
@@ -29,6 +31,16 @@ FILE* CreatePrivateFile(const char* path);
 bool PreparePrivateFile(const char* path);
 bool IsDirectory(const char* path);
 bool FileExists(const char* path);
+/// Creates a folder; true when path is a folder afterwards.
+bool MakeDirectory(const char* path);
+/// Size of an open regular file, 0 for other kinds, -1 for a folder or on error.
+long long OpenFileSize(FILE* file);
+/// 0 when path is a file that can be opened for reading, else an errno value.
+int FileReadError(const char* path);
+/// 0 when path is a folder whose entries can be listed, else an errno value.
+int FolderReadError(const char* path);
+/// Paths a pattern (*, ?, [...]) matches, in the system's order; mark_folders adds "/" to folders.
+std::vector<std::string> MatchPaths(const char* pattern, bool mark_folders);
 
 /// Current directory as UTF-8; false when it cannot be read.
 bool GetCurrentDir(std::string& dir);
@@ -52,18 +64,21 @@ bool ProcessTimes(long long& kernel_us, long long& user_us);
 /// Converts a line from the native multibyte encoding to UTF-8 in place.
 bool NativeToUtf8(std::string& line);
 
-/// A buffer for getline(3), freed with its owner (one per thread).
-struct GetlineBuffer {
-  char* data = nullptr;
-  size_t capacity = 0;
-  GetlineBuffer() = default;
-  GetlineBuffer(const GetlineBuffer&) = delete;
-  GetlineBuffer& operator=(const GetlineBuffer&) = delete;
-  ~GetlineBuffer() { free(data); }
-};
+/// Reads one line with its line end (any bytes); false at end of file or on error.
+bool GetLine(FILE* file, std::string& line);
+/// True when standard input and output are both terminals.
+bool ConsoleIsInteractive();
+/// Writes message to stderr without allocating, then ends the process with status 1.
+[[noreturn]] void ExitNow(const char* message);
 
 /// Process ID, for the name of the temporary command file.
 unsigned long ProcessId();
+/// Sets an environment variable for this process and the programs it starts.
+void SetEnvironment(const char* name, const char* value);
+/// A null-device descriptor kept for the process's life, for a library that wants one.
+int NullDescriptor();
+/// True for a numeric IPv4 or IPv6 address.
+bool IsIpAddress(const std::string& host);
 
 /// Loads a shared library on first need, by the first of its names that
 /// loads; null when none does.

@@ -1,6 +1,9 @@
+#include <arpa/inet.h>
+#include <dirent.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <glob.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
@@ -15,6 +18,7 @@
 #include <exception>
 
 #include "shell/platform.h"
+#include "shell/utf8.h"
 
 namespace lexctl {
 namespace {
@@ -25,30 +29,17 @@ void OnInterrupt(int) {
   (void)ignored;
 }
 
-void OnTerminate() {
-  static const char msg[] = "Unexpected run-time error: the program cannot go on.\n";
-  ssize_t ignored = write(STDERR_FILENO, msg, sizeof(msg) - 1);
-  (void)ignored;
-  _exit(1);
-}
+void OnTerminate() { ExitNow("Unexpected run-time error: the program cannot go on.\n"); }
 
-void AppendUtf8(std::string& out, uint32_t c) {
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  }
-}
+// A buffer for getline(3), freed with its thread.
+struct GetlineBuffer {
+  char* data = nullptr;
+  size_t capacity = 0;
+  GetlineBuffer() = default;
+  GetlineBuffer(const GetlineBuffer&) = delete;
+  GetlineBuffer& operator=(const GetlineBuffer&) = delete;
+  ~GetlineBuffer() { free(data); }
+};
 
 }  // namespace
 
@@ -94,6 +85,42 @@ bool IsDirectory(const char* path) {
 bool FileExists(const char* path) {
   struct stat st;
   return stat(path, &st) == 0;
+}
+
+bool MakeDirectory(const char* path) {
+  return mkdir(path, 0777) == 0 || (errno == EEXIST && IsDirectory(path));
+}
+
+long long OpenFileSize(FILE* file) {
+  struct stat st;
+  if (fstat(fileno(file), &st) != 0 || S_ISDIR(st.st_mode)) return -1;
+  return S_ISREG(st.st_mode) ? static_cast<long long>(st.st_size) : 0;
+}
+
+int FileReadError(const char* path) {
+  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return errno;
+  struct stat info;
+  int problem = fstat(fd, &info) != 0 ? errno : S_ISDIR(info.st_mode) ? EISDIR : 0;
+  close(fd);
+  return problem;
+}
+
+int FolderReadError(const char* path) {
+  DIR* dir = opendir(path);
+  if (!dir) return errno;
+  closedir(dir);
+  return 0;
+}
+
+std::vector<std::string> MatchPaths(const char* pattern, bool mark_folders) {
+  std::vector<std::string> paths;
+  glob_t found{};
+  if (glob(pattern, mark_folders ? GLOB_MARK : 0, nullptr, &found) == 0) {
+    for (size_t i = 0; i < found.gl_pathc; ++i) paths.emplace_back(found.gl_pathv[i]);
+  }
+  globfree(&found);
+  return paths;
 }
 
 bool GetCurrentDir(std::string& dir) {
@@ -165,14 +192,42 @@ bool NativeToUtf8(std::string& line) {
     size_t n = mbrtowc(&wc, in, end - in, &state);
     if (n == static_cast<size_t>(-1) || n == static_cast<size_t>(-2)) return false;
     if (n == 0) n = 1;  // an embedded NUL
-    AppendUtf8(out, static_cast<uint32_t>(wc));
+    AppendUtf8(out, static_cast<char32_t>(wc));
     in += n;
   }
   line.swap(out);
   return true;
 }
 
+bool GetLine(FILE* file, std::string& line) {
+  thread_local GetlineBuffer buffer;
+  ssize_t n = getline(&buffer.data, &buffer.capacity, file);
+  if (n < 0) return false;
+  line.assign(buffer.data, n);
+  return true;
+}
+
+bool ConsoleIsInteractive() { return isatty(STDIN_FILENO) && isatty(STDOUT_FILENO); }
+
+void ExitNow(const char* message) {
+  ssize_t ignored = write(STDERR_FILENO, message, strlen(message));
+  (void)ignored;
+  _exit(1);
+}
+
 unsigned long ProcessId() { return static_cast<unsigned long>(getpid()); }
+
+void SetEnvironment(const char* name, const char* value) { setenv(name, value, 1); }
+
+int NullDescriptor() {
+  static const int fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+  return fd;
+}
+
+bool IsIpAddress(const std::string& host) {
+  unsigned char buffer[16];
+  return inet_pton(AF_INET, host.c_str(), buffer) == 1 || inet_pton(AF_INET6, host.c_str(), buffer) == 1;
+}
 
 void* OpenLibrary(std::initializer_list<const char*> names) {
   for (const char* name : names) {

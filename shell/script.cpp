@@ -1,8 +1,8 @@
 #include "shell/script.h"
 
 #include <strings.h>
-#include <sys/time.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -35,15 +35,12 @@ void StripTrailingSpace(std::string& line) {
 // Reads one physical line of the current file. False at end of file or on
 // a read error (reported).
 bool ReadPhysicalLine(ExecThread& thread, std::string& line) {
-  thread_local GetlineBuffer buffer;
-  ssize_t n = getline(&buffer.data, &buffer.capacity, thread.input.file);
-  if (n < 0) {
+  if (!GetLine(thread.input.file, line)) {
     if (ferror(thread.input.file)) {
       ThreadPrint(thread, "Error while reading input file: %s\n", thread.input.path.c_str());
     }
     return false;
   }
-  line.assign(buffer.data, n);
   return true;
 }
 
@@ -109,9 +106,8 @@ void SplitWord(char* text, char*& word, char*& rest) {
 }
 
 long long NowMillis() {
-  struct timeval now;
-  gettimeofday(&now, nullptr);
-  return static_cast<long long>(now.tv_sec) * 1000 + now.tv_usec / 1000;
+  auto now = std::chrono::system_clock::now().time_since_epoch();
+  return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
 }
 
 // Asks whether the looped procedure should run once more.

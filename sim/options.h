@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "shell/version.h"
+
 namespace lexsim {
 
 struct Options {
@@ -22,7 +24,7 @@ struct Options {
 /// Fills opts from argv; on an error returns false with a message in *error.
 bool ParseOptions(const std::vector<std::string>& args, Options* opts, std::string* error);
 
-inline constexpr const char* kVersion = "4.7.2";
+inline constexpr const char* kVersion = LEXCTL_VERSION;
 
 inline constexpr const char* kUsage =
     "Usage: lexsim [--host ADDR] [--port N] [--threads N] [--tls-cert FILE --tls-key FILE]\n"

@@ -10,13 +10,14 @@
 #include <vector>
 
 #include "frame.h"
+#include "shell/version.h"
 
 namespace lexsim {
 
 /// The one path the service answers on; everything else gets 404.
 inline constexpr const char* kServicePath = "/nvsoap/nvsoap.cgi";
 /// Value of the "Server" response header.
-inline constexpr const char* kServerHeader = "Lexary-Server/4.7.2 lexsim";
+inline constexpr const char* kServerHeader = "Lexary-Server/" LEXCTL_VERSION " lexsim";
 
 class Server {
  public:

@@ -1,5 +1,7 @@
 #include "text_utf8.h"
 
+#include "shell/utf8.h"
+
 namespace lexsim::text {
 
 namespace {
@@ -67,28 +69,14 @@ bool ValidUtf8(std::string_view s) {
 
 std::string Encode(char32_t c) {
   std::string out;
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  } else {
-    out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-    out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-  }
+  lexctl::AppendUtf8(out, c);
   return out;
 }
 
 std::string Encode(std::u32string_view s) {
   std::string out;
   out.reserve(s.size());
-  for (char32_t c : s) out += Encode(c);
+  for (char32_t c : s) lexctl::AppendUtf8(out, c);
   return out;
 }
 

@@ -1,6 +1,5 @@
 #include "commands/admin/import_export.h"
 
-#include <glob.h>
 #include <strings.h>
 
 #include <cstdio>
@@ -14,6 +13,7 @@
 #include "commands/common/payload.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -38,7 +38,7 @@ const OptionDef kExportOptions[] = {LEXCTL_COMMON_OPTIONS,
                                     {kOptEncoding, "-encoding", kOptRequired},
                                     LEXCTL_OPT_END};
 
-// The files a pattern names, in the order glob(3) gives them. Folders match
+// The files a pattern names, in the order the system gives them. Folders match
 // patterns too but hold no dictionary source.
 void AppendMatches(const char* pattern, std::vector<std::string>& files) {
   // "*" and "?" are the only wildcards: brackets and backslashes are plain.
@@ -47,14 +47,9 @@ void AppendMatches(const char* pattern, std::vector<std::string>& files) {
     if (*c == '[' || *c == ']' || *c == '\\') plain += '\\';
     plain += *c;
   }
-  glob_t found{};
-  if (glob(plain.c_str(), GLOB_MARK, nullptr, &found) == 0) {
-    for (size_t i = 0; i < found.gl_pathc; ++i) {
-      std::string path = found.gl_pathv[i];
-      if (!path.empty() && path.back() != '/') files.push_back(path);
-    }
+  for (std::string& path : MatchPaths(plain.c_str(), true)) {
+    if (!path.empty() && path.back() != '/') files.push_back(std::move(path));
   }
-  globfree(&found);
 }
 
 // Writes one exported file; a file that cannot be written completely is

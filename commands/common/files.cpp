@@ -1,11 +1,10 @@
 #include "commands/common/files.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
 #include <memory>
 
 #include "shell/output.h"
+#include "shell/platform.h"
 
 namespace lexctl {
 namespace {
@@ -34,15 +33,15 @@ WriteResult WriteWholeFile(const std::string& path, std::string_view head, std::
 bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data) {
   data.clear();
   File file(fopen(path.c_str(), "rb"));
-  struct stat info;
   // A directory opens here but not on every platform, and its "size" is no
   // size to reserve: it counts as a file that cannot be opened.
-  if (!file || fstat(fileno(file.get()), &info) != 0 || S_ISDIR(info.st_mode)) {
+  long long size = file ? OpenFileSize(file.get()) : -1;
+  if (size < 0) {
     ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
     return false;
   }
   // Size the buffer from a regular file; read until the end either way.
-  if (S_ISREG(info.st_mode) && info.st_size > 0) data.reserve(static_cast<size_t>(info.st_size));
+  if (size > 0) data.reserve(static_cast<size_t>(size));
   char buffer[1 << 16];
   size_t got;
   while ((got = fread(buffer, 1, sizeof buffer, file.get())) > 0) data.append(buffer, got);

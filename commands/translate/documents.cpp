@@ -1,9 +1,6 @@
 #include "commands/translate/documents.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <memory>
@@ -20,6 +17,7 @@
 #include "commands/translate/printers.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -135,9 +133,7 @@ void Attachments(ExecThread& thread, const std::vector<const nv__OutputFileArray
     const Named& named = names[plain[i]];
     if (named.last != i) continue;
     if (!made) {
-      struct stat info;
-      if (mkdir(folder.c_str(), 0777) != 0 &&
-          (errno != EEXIST || stat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode))) {
+      if (!MakeDirectory(folder.c_str())) {
         ThreadPrint(thread, "Unable to create output directory: %s\n", folder.c_str());
         return;
       }

@@ -1,12 +1,11 @@
 #include "commands/translate/input.h"
 
-#include <sys/stat.h>
-
 #include <cstdio>
 
 #include "client/frame.h"
 #include "commands/common/files.h"
 #include "shell/output.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -216,10 +215,9 @@ void TextInput::PrintHeader(RequestFrame& frame, bool engine_line) const {
 
 bool TextInput::OpenOutput(ExecThread& thread) {
   if (!has_output()) return true;
-  struct stat info;
-  bool existed = stat(output_file_.c_str(), &info) == 0;
+  bool existed = FileExists(output_file_.c_str());
   // Appending opens without truncating what may still be the input.
-  FILE* file = existed && S_ISDIR(info.st_mode) ? nullptr : fopen(output_file_.c_str(), "ab");
+  FILE* file = IsDirectory(output_file_.c_str()) ? nullptr : fopen(output_file_.c_str(), "ab");
   if (!file) {
     ThreadPrint(thread, "Unable to open file: %s\n", output_file_.c_str());
     return false;

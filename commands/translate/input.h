@@ -100,7 +100,6 @@ class TextInput {
   /// failed) is removed again.
   ~TextInput();
 
-  const std::string& input_file() const { return input_file_; }
   /// FILE.out for -file, else -outdata; empty: results go to the screen.
   const std::string& output_file() const { return output_file_; }
   bool has_output() const { return !output_file_.empty(); }

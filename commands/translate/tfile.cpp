@@ -1,8 +1,5 @@
 #include "commands/translate/tfile.h"
 
-#include <glob.h>
-#include <sys/stat.h>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +14,7 @@
 #include "commands/translate/tfile_batch.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -150,9 +148,8 @@ double Seconds(std::chrono::steady_clock::time_point since) {
 void TranslateFile(RequestFrame& frame, const TfileRun& run,
                    const std::string& path) {
   ExecThread& thread = frame.thread();
-  struct stat info;
   std::ifstream in;
-  if (stat(path.c_str(), &info) == 0 && !S_ISDIR(info.st_mode)) in.open(path, std::ios::binary);
+  if (!IsDirectory(path.c_str())) in.open(path, std::ios::binary);
   if (!in.is_open()) {
     ThreadPrint(thread, "Failed to open file: %s\n", path.c_str());
     return;
@@ -336,17 +333,12 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
     });
     if (!ok || !frame.ExpectPositional(1, 1)) return;
 
-    std::vector<std::string> files;
-    glob_t found{};
-    if (glob(frame.positional()[0], 0, nullptr, &found) == 0) {
-      for (size_t i = 0; i < found.gl_pathc; ++i) files.emplace_back(found.gl_pathv[i]);
-    }
-    globfree(&found);
+    std::vector<std::string> files = MatchPaths(frame.positional()[0], false);
     if (files.empty()) {
       ThreadPrint(thread, "Invalid arguments. No matching files found.\n");
       return;
     }
-    if (!run.outdir.empty()) mkdir(run.outdir.c_str(), 0777);
+    if (!run.outdir.empty()) MakeDirectory(run.outdir.c_str());
 
     frame.PrintSelectKeys();
     frame.PrintEngine();

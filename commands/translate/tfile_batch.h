@@ -58,8 +58,6 @@ class Batcher {
   /// False when nothing is left; an empty-only tail comes as a batch with
   /// nothing to send.
   bool Next(Batch& batch);
-  /// Lines read from the input so far.
-  unsigned lines_read() const { return number_; }
 
  private:
   bool ReadLine(Line& line);

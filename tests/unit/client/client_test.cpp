@@ -137,7 +137,7 @@ TEST(LocalData, StartedThreadCopiesSettingsAndSession) {
   parent.SetPassword("p");
   parent.SetSessionKey("key");
   parent.SetSessionToken("tok");
-  parent.settings.windows_layer = false;
+  parent.settings.platform_http_layer = false;
   parent.settings.server = "http://example.invalid:1";
   parent.RebuildEndpoint();
   parent.engine.properties["a"] = "1";
@@ -145,7 +145,7 @@ TEST(LocalData, StartedThreadCopiesSettingsAndSession) {
   LocalData child(&child_thread, parent);
   EXPECT_EQ(child.Licence(), parent.Licence());
   EXPECT_EQ(child.settings.endpoint, "http://example.invalid:1/nvsoap/nvsoap.cgi");
-  EXPECT_FALSE(child.settings.windows_layer);
+  EXPECT_FALSE(child.settings.platform_http_layer);
   EXPECT_NE(child.context(), parent.context());
   // Later changes stay with their thread.
   child.engine.properties["b"] = "2";
@@ -158,14 +158,14 @@ TEST(LocalData, StartedThreadCopiesSettingsAndSession) {
 TEST(LocalData, EnvironmentGivesServerAndCredentials) {
   ExecThread thread("_main_", true);
   LocalData data(&thread);
-  data.settings.windows_layer = false;
+  data.settings.platform_http_layer = false;
   setenv("LEXCTL3_SERVER", "https://ci.example.invalid:8443", 1);
   setenv("LEXCTL3_USERID", "ci", 1);
   setenv("LEXCTL3_PASSWD", "clear text", 1);
   ApplyEnvironmentSettings(data);
   // As "setopt server" takes it: an https server chooses the windows layer.
   EXPECT_EQ(data.settings.endpoint, "https://ci.example.invalid:8443/nvsoap/nvsoap.cgi");
-  EXPECT_TRUE(data.settings.windows_layer);
+  EXPECT_TRUE(data.settings.platform_http_layer);
   EXPECT_EQ(data.Licence(), "ci " + PasswordHash("ci", "clear text"));
   // Empty or unset variables change nothing; a hash is taken as it is.
   setenv("LEXCTL3_SERVER", "", 1);

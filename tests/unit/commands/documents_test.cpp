@@ -9,6 +9,7 @@
 
 #include "commands/common/files.h"
 #include "commands/translate/document_names.h"
+#include "shell/platform.h"
 
 namespace lexctl {
 namespace {
@@ -53,6 +54,9 @@ TEST(BinaryOutput, EmptyPayloadWritesAnEmptyFile) {
   ASSERT_EQ(stat(path.c_str(), &info), 0);
   EXPECT_EQ(info.st_size, 2);
   EXPECT_EQ(WriteWholeFile(std::string(folder) + "/no/such/x", {}, "x"), WriteResult::kOpenFailed);
+  // An attachment folder that is there already will do; a file in its place will not.
+  EXPECT_TRUE(MakeDirectory(folder));
+  EXPECT_FALSE(MakeDirectory(path.c_str()));
   remove(path.c_str());
   rmdir(folder);
 }

@@ -1,0 +1,35 @@
+// A comms layer carries the requests and replies of a SOAP context: gSOAP's
+// own sockets ("gsoap") or the platform's HTTP library ("windows": libcurl
+// here, WinINet in a Windows build). Each layer lives in its own file.
+#pragma once
+
+#include <memory>
+#include <string>
+
+struct soap;
+
+namespace lexctl {
+
+struct TransportSettings;
+
+/// A reply that arrives slower than this many bytes a second, averaged over
+/// the time-out, is given up (both layers), so a dripping server cannot hold
+/// a command; a stalled one ends at the time-out itself.
+inline constexpr long kLowSpeedLimit = 10;
+
+class Transport {
+ public:
+  virtual ~Transport() = default;
+  /// Makes a freshly built context carry its calls through this layer.
+  virtual void Attach(struct soap* soap, const TransportSettings& settings, int ssl_mode) = 0;
+  /// Appends the layer's own trace to file; "" stops it. A layer without
+  /// a trace of its own ignores it.
+  virtual void SetTrace(const std::string& /*file*/) {}
+};
+
+/// The platform's HTTP library layer ("windows").
+std::unique_ptr<Transport> MakePlatformHttpTransport();
+/// gSOAP's own sockets ("gsoap").
+std::unique_ptr<Transport> MakeGsoapTransport();
+
+}  // namespace lexctl
