@@ -84,6 +84,7 @@ inline constexpr char kMsgInvalidArgs[] = "Invalid arguments. See help.\n";
 inline constexpr char kMsgNotEnoughArgs[] = "Not enough arguments. See help.\n";
 inline constexpr char kMsgTooManyArgs[] = "Too many arguments. See help.\n";
 inline constexpr char kMsgInvalidArg[] = "Invalid argument: %s. See help.\n";
+inline constexpr char kMsgDidRequired[] = "Invalid arguments. DID must be supplied.\n";
 inline constexpr char kMsgOutOfMemory[] = "Out of memory.\n";
 
 }  // namespace lexctl
