@@ -95,6 +95,7 @@ enum CommonOptionId : int {
 /// the script goes on either way.
 void RunGuarded(ExecThread& thread, const std::function<void()>& body);
 
+/// One KEY=VALUE of a property option.
 struct Property {
   std::string key;
   std::string value;
@@ -234,6 +235,8 @@ class RequestFrame {
 
 template <typename... Params, typename... Own>
 int RequestFrame::Send(int (*op)(struct soap*, const char*, const char*, Params...), Own&&... own) {
+  // CreateSession's caller is known from the HTTP authentication, so its
+  // request has no licence; the response type tells that operation apart.
   constexpr bool kLicence =
       !(std::is_same_v<std::remove_cvref_t<Params>, nv__CreateSessionResponse> || ...);
   constexpr size_t kCommon = kLicence ? 4 : 3;
