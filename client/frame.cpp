@@ -26,6 +26,22 @@ void RunGuarded(ExecThread& thread, const std::function<void()>& body) {
   soap_dealloc(data.context(), nullptr);
 }
 
+std::optional<Property> ReadProperty(ExecThread& thread, const std::string& text, size_t key_from,
+                                     bool key_required) {
+  size_t equals = text.find('=', key_from);
+  if (equals == std::string::npos || (key_required && equals == key_from)) {
+    ThreadPrint(thread, "Invalid property: %s\n", text.c_str());
+    return std::nullopt;
+  }
+  return Property{text.substr(key_from, equals - key_from), text.substr(equals + 1)};
+}
+
+std::optional<Property> ReadEngineProperty(ExecThread& thread, const std::string& text) {
+  std::optional<Property> property = ReadProperty(thread, text);
+  if (property && property->key == "dictionaries") property->value = ResolveDidList(property->value);
+  return property;
+}
+
 RequestFrame::RequestFrame(ExecThread& thread, const std::string& prefix_keys)
     : thread_(thread), data_(Local(thread)), keys_(prefix_keys) {
   licence_ = data_.Licence();
@@ -64,14 +80,9 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
           properties_.clear();
           break;
         }
-        size_t equals = text.find('=');
-        if (equals == std::string::npos) {
-          ThreadPrint(thread_, "Invalid property: %s\n", text.c_str());
-          return false;
-        }
-        std::string key = text.substr(0, equals);
-        std::string value = text.substr(equals + 1);
-        properties_[key] = key == "dictionaries" ? ResolveDidList(value) : value;
+        std::optional<Property> property = ReadEngineProperty(thread_, text);
+        if (!property) return false;
+        properties_[property->key] = property->value;
         break;
       }
       case kOptSelectKeys:

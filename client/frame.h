@@ -8,19 +8,20 @@
 //     if (!frame.Scan(kOptions, args, [&](const OptionScanner& o) { ...own ids... })) return;
 //     if (!frame.ExpectPositional(0, 1)) return;
 //     frame.PrintSelectKeys();
-//     nv__XResponse r;
-//     frame.Check(soap_call_nv__X(frame.soap(), frame.endpoint(), "", frame.licence(),
-//                                 frame.clientid(), frame.reqgroup(), frame.select(), ..., r));
-//     frame.Token(r.token);
-//     frame.Warnings(r.error);
+//     auto r = frame.Call(soap_call_nv__X, ...own arguments...);
 //     ...print r...
 //   });
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <tuple>
+#include <type_traits>
+#include <utility>
 
 #include "client/errors.h"
 #include "client/local_data.h"
@@ -28,8 +29,22 @@
 
 class nv__EngineSelect;
 class nv__KeyValArray;
+struct nv__CreateSessionResponse;
 
 namespace lexctl {
+
+namespace frame_internal {
+
+// Where T stands among Ts; sizeof...(Ts) when it is not there.
+template <typename T, typename... Ts>
+constexpr size_t IndexOf() {
+  constexpr bool same[] = {std::is_same_v<T, Ts>..., false};
+  size_t i = 0;
+  while (i < sizeof...(Ts) && !same[i]) ++i;
+  return i;
+}
+
+}  // namespace frame_internal
 
 /// Ids of the options every service command shares.
 enum CommonOptionId : int {
@@ -80,6 +95,20 @@ enum CommonOptionId : int {
 /// the script goes on either way.
 void RunGuarded(ExecThread& thread, const std::function<void()>& body);
 
+/// One KEY=VALUE of a property option.
+struct Property {
+  std::string key;
+  std::string value;
+};
+/// KEY=VALUE of a property option, the key starting at text[key_from] and
+/// ending at the first "=". Prints "Invalid property: TEXT" and gives
+/// nothing when there is no "=", or no key where one is required.
+std::optional<Property> ReadProperty(ExecThread& thread, const std::string& text,
+                                     size_t key_from = 0, bool key_required = false);
+/// The same for an engine property: LAST words in the value of
+/// "dictionaries" become the DIDs they stand for.
+std::optional<Property> ReadEngineProperty(ExecThread& thread, const std::string& text);
+
 class RequestFrame {
  public:
   /// prefix_keys: select keys the command always sends first (" neweid",
@@ -128,11 +157,58 @@ class RequestFrame {
   std::string* reqgroup() { return Optional(reqgroup_); }
   std::string* select() { return Optional(select_); }
 
+  /// Calls an operation (soap_call_nv__X) with the common request fields,
+  /// the engine where the operation takes one, and own: the operation's
+  /// other arguments in its order. Raises on failure, keeps the token,
+  /// prints the warnings and returns the response.
+  template <typename... Params, typename... Own>
+  auto Call(int (*op)(struct soap*, const char*, const char*, Params...), Own&&... own) {
+    auto response = CallWithoutWarnings(op, std::forward<Own>(own)...);
+    Finish(response);
+    return response;
+  }
+  /// The same, leaving the warnings to the caller.
+  template <typename... Params, typename... Own>
+  auto CallWithoutWarnings(int (*op)(struct soap*, const char*, const char*, Params...),
+                           Own&&... own) {
+    std::remove_reference_t<std::tuple_element_t<sizeof...(Params) - 1, std::tuple<Params...>>>
+        response;
+    Check(Send(op, std::forward<Own>(own)..., response));
+    Finish(response, false);
+    return response;
+  }
+  /// Fills in the common fields and the engine as Call does, and returns the
+  /// status without raising: for soap_call_nv__X (the response last in own)
+  /// or soap_send_nv__X. CreateSession, the one request without a licence,
+  /// only as a whole call.
+  template <typename... Params, typename... Own>
+  int Send(int (*op)(struct soap*, const char*, const char*, Params...), Own&&... own);
+  /// Receives the reply to a request Send sent with the given status, then
+  /// goes on as Call does.
+  template <typename Response>
+  Response Receive(int (*receive)(struct soap*, Response&), int sent) {
+    Response response;
+    Check(sent == 0 ? receive(soap(), response) : sent);  // 0 is SOAP_OK
+    Finish(response);
+    return response;
+  }
+  /// -noengine: the engine element is left out of the request.
+  void OmitEngine() { engine_omitted_ = true; }
+
   /// Raises on a failed call (see RaiseOnError); always ends the call.
   void Check(int status);
   /// Keeps a session token that the response carries.
   void Token(const std::string* token);
   void Warnings(const nv__ErrorArray* errors);
+  /// Keeps the token of a response and prints its warnings, for the
+  /// responses that have them.
+  template <typename Response>
+  void Finish(const Response& response, bool warnings = true) {
+    if constexpr (requires { response.token; }) Token(response.token);
+    if constexpr (requires { response.error; }) {
+      if (warnings) Warnings(response.error);
+    }
+  }
 
   LocalData& data() { return data_; }
   ExecThread& thread() { return thread_; }
@@ -154,6 +230,39 @@ class RequestFrame {
   bool properties_chosen_ = false;  // -prop "": send the (empty) list even so
   std::unique_ptr<nv__EngineSelect> engine_;
   std::unique_ptr<nv__KeyValArray> engine_properties_;
+  bool engine_omitted_ = false;
 };
+
+template <typename... Params, typename... Own>
+int RequestFrame::Send(int (*op)(struct soap*, const char*, const char*, Params...), Own&&... own) {
+  // CreateSession's caller is known from the HTTP authentication, so its
+  // request has no licence; the response type tells that operation apart.
+  constexpr bool kLicence =
+      !(std::is_same_v<std::remove_cvref_t<Params>, nv__CreateSessionResponse> || ...);
+  constexpr size_t kCommon = kLicence ? 4 : 3;
+  constexpr size_t kEngine = frame_internal::IndexOf<nv__EngineSelect*, Params...>();
+  constexpr size_t kTakesEngine = kEngine < sizeof...(Params) ? 1 : 0;
+  static_assert(kCommon + kTakesEngine + sizeof...(Own) == sizeof...(Params),
+                "own: the operation's arguments after the common fields, without the engine");
+  auto own_arguments = std::forward_as_tuple(std::forward<Own>(own)...);
+  // The operation's argument at place I (counted after the action).
+  auto argument = [&](auto place) -> decltype(auto) {
+    constexpr size_t I = decltype(place)::value;
+    if constexpr (I == kEngine) {
+      return engine_omitted_ ? nullptr : engine();
+    } else {
+      return std::get<I - kCommon - (I > kEngine ? 1 : 0)>(own_arguments);
+    }
+  };
+  return [&]<size_t... I>(std::index_sequence<I...>) {
+    if constexpr (kLicence) {
+      return op(soap(), endpoint(), "", licence(), clientid(), reqgroup(), select(),
+                argument(std::integral_constant<size_t, kCommon + I>())...);
+    } else {
+      return op(soap(), endpoint(), "", clientid(), reqgroup(), select(),
+                argument(std::integral_constant<size_t, kCommon + I>())...);
+    }
+  }(std::make_index_sequence<sizeof...(Params) - kCommon>());
+}
 
 }  // namespace lexctl

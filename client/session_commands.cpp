@@ -89,9 +89,7 @@ void CmdVersions(ExecThread& thread, ArgVector& args) {
       server_version.assign(value ? value : "", 0, 79);
     };
     nv__TestEchoResponse response;
-    int status = soap_call_nv__TestEcho(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                        frame.clientid(), frame.reqgroup(), frame.select(), nullptr,
-                                        nullptr, nullptr, response);
+    int status = frame.Send(soap_call_nv__TestEcho, nullptr, nullptr, nullptr, response);
     CurrentHeaderObserver() = nullptr;
     std::string shown;
     {
@@ -151,13 +149,8 @@ void CmdTest(ExecThread& thread, ArgVector& args) {
     if (binary_path) ThreadPrint(thread, "Binary:       %d bytes\n", binary.__size);
     ThreadPrint(thread, "\n");
 
-    nv__TestEchoResponse response;
-    frame.Check(soap_call_nv__TestEcho(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                       frame.clientid(), frame.reqgroup(), frame.select(),
-                                       string_value ? &str : nullptr, number_text ? &number : nullptr,
-                                       binary_path ? &binary : nullptr, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__TestEcho, string_value ? &str : nullptr,
+                               number_text ? &number : nullptr, binary_path ? &binary : nullptr);
     if (string_value && (!response.str || *response.str != str)) throw Exception("string was different");
     if (number_text && (!response.num || *response.num != number)) throw Exception("number was different");
     if (binary_path) {
@@ -188,12 +181,8 @@ void CmdCreates(ExecThread& thread, ArgVector& args) {
     if (!data.userid().empty()) {
       data.UseBasicAuth(PercentEncodeUserId(data.userid()), HashOf(data.userid(), data.passwd()));
     }
-    nv__CreateSessionResponse response;
-    frame.Check(soap_call_nv__CreateSession(frame.soap(), frame.endpoint(), "", frame.clientid(),
-                                            frame.reqgroup(), frame.select(),
-                                            frame.positional().empty() ? nullptr : &type, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response =
+        frame.Call(soap_call_nv__CreateSession, frame.positional().empty() ? nullptr : &type);
     data.SetSessionKey(response.session ? *response.session : "");
     frame.Token(response.token);
     ThreadPrint(thread, "Session Key:      %s\n", data.sesskey.c_str());
@@ -222,10 +211,7 @@ void CmdEnds(ExecThread& thread, ArgVector& args) {
     if (!frame.ExpectPositional(0, 0)) return;
     frame.PrintSelectKeys();
     ThreadPrint(thread, "\n");
-    nv__EndSessionResponse response;
-    frame.Check(soap_call_nv__EndSession(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                         frame.clientid(), frame.reqgroup(), frame.select(), response));
-    frame.Warnings(response.error);
+    frame.Call(soap_call_nv__EndSession);
     ThreadPrint(thread, "OK\n");
     frame.data().SetSessionKey("");
   });
@@ -297,12 +283,7 @@ void CmdPasswd(ExecThread& thread, ArgVector& args) {
     ThreadPrint(thread, "User ID:      %s\n", target.c_str());
     ThreadPrint(thread, "Password:     %s\n", typed.c_str());
     ThreadPrint(thread, "\n");
-    nv__ChangePasswordResponse response;
-    frame.Check(soap_call_nv__ChangePassword(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                             frame.clientid(), frame.reqgroup(), frame.select(), &sent,
-                                             response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    frame.Call(soap_call_nv__ChangePassword, &sent);
     ThreadPrint(thread, "OK.\n");
   });
 }

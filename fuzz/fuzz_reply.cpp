@@ -49,9 +49,7 @@ void Call(RequestFrame& frame, int (*call)(struct soap*, const char*, const char
   int status = std::apply(
       [&](auto&... value) { return call(frame.soap(), frame.endpoint(), "", value...); }, values);
   frame.Check(status);
-  auto& response = std::get<sizeof...(Args) - 1>(values);
-  if constexpr (requires { frame.Token(response.token); }) frame.Token(response.token);
-  if constexpr (requires { frame.Warnings(response.error); }) frame.Warnings(response.error);
+  frame.Finish(std::get<sizeof...(Args) - 1>(values));
 }
 
 using Op = void (*)(RequestFrame&);

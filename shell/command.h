@@ -84,5 +84,6 @@ inline constexpr char kMsgInvalidArgs[] = "Invalid arguments. See help.\n";
 inline constexpr char kMsgNotEnoughArgs[] = "Not enough arguments. See help.\n";
 inline constexpr char kMsgTooManyArgs[] = "Too many arguments. See help.\n";
 inline constexpr char kMsgInvalidArg[] = "Invalid argument: %s. See help.\n";
+inline constexpr char kMsgDidRequired[] = "Invalid arguments. DID must be supplied.\n";
 
 }  // namespace lexctl

@@ -17,7 +17,6 @@
 namespace lexctl {
 namespace {
 
-constexpr char kMsgDidRequired[] = "Invalid arguments. DID must be supplied.\n";
 constexpr size_t kMaxDisplayTexts = 100;
 
 enum CreateOption {
@@ -181,13 +180,9 @@ void CmdDcreate(ExecThread& thread, ArgVector& args) {
     ThreadPrint(thread, "\n");
 
     LONG64 sent_type = type;
-    nv__CreateDictionaryResponse response;
-    frame.Check(soap_call_nv__CreateDictionary(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), &eid, &sent_type, has_languages ? &languages : nullptr,
-        has_subject ? &subject : nullptr, texts.DisplayWire(), details, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__CreateDictionary, &eid, &sent_type,
+                               has_languages ? &languages : nullptr,
+                               has_subject ? &subject : nullptr, texts.DisplayWire(), details);
     PrintDictionaryDetail(thread, response.dic);
     if (response.dic) AddCreatedDid({eid, kApiCreateDictionary, type, response.dic->did});
   });
@@ -243,14 +238,10 @@ void CmdDupdate(ExecThread& thread, ArgVector& args) {
     nv__StringArray add_share, del_share;
     add_share.item = adds;
     del_share.item = dels;
-    nv__UpdateDictionaryInfoResponse response;
-    frame.Check(soap_call_nv__UpdateDictionaryInfo(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), did, has_subject ? &subject : nullptr, texts.DisplayWire(),
-        adds.empty() ? nullptr : &add_share, dels.empty() ? nullptr : &del_share, details,
-        response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__UpdateDictionaryInfo, did,
+                               has_subject ? &subject : nullptr, texts.DisplayWire(),
+                               adds.empty() ? nullptr : &add_share,
+                               dels.empty() ? nullptr : &del_share, details);
     PrintDictionaryDetail(thread, response.dic);
   });
 }
@@ -288,13 +279,8 @@ void CmdDcopy(ExecThread& thread, ArgVector& args) {
     if (type_text) ThreadPrint(thread, "Target type:  %s\n", DictionaryTypeName(type).c_str());
     ThreadPrint(thread, "\n");
 
-    nv__CopyDictionaryResponse response;
-    frame.Check(soap_call_nv__CopyDictionary(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), source, target_text ? &target : nullptr, type_text ? &type : nullptr,
-        response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__CopyDictionary, source,
+                               target_text ? &target : nullptr, type_text ? &type : nullptr);
     if (!response.destDid) return;
     int64_t copy = *response.destDid;
     ThreadPrint(thread, "Copy DID:     %lld\n", static_cast<long long>(copy));
@@ -343,12 +329,7 @@ void CmdDremove(ExecThread& thread, ArgVector& args) {
     ThreadPrint(thread, "\n");
     auto remove = [&](int64_t did) {
       ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
-      nv__DeleteDictionaryResponse response;
-      frame.Check(soap_call_nv__DeleteDictionary(frame.soap(), frame.endpoint(), "",
-                                                 frame.licence(), frame.clientid(),
-                                                 frame.reqgroup(), frame.select(), did, response));
-      frame.Token(response.token);
-      frame.Warnings(response.error);
+      frame.Call(soap_call_nv__DeleteDictionary, did);
       ThreadPrint(thread, "OK.\n");
     };
     for (int64_t did : dids) remove(did);
@@ -376,13 +357,7 @@ void CmdDchown(ExecThread& thread, ArgVector& args) {
     ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
     ThreadPrint(thread, "Target User:  %s\n", owner.c_str());
 
-    nv__ChangeDictionaryOwnerResponse response;
-    frame.Check(soap_call_nv__ChangeDictionaryOwner(frame.soap(), frame.endpoint(), "",
-                                                    frame.licence(), frame.clientid(),
-                                                    frame.reqgroup(), frame.select(), did, &owner,
-                                                    response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    frame.Call(soap_call_nv__ChangeDictionaryOwner, did, &owner);
     ThreadPrint(thread, "OK.\n");
   });
 }

@@ -10,6 +10,7 @@
 #include "client/frame.h"
 #include "commands/admin/flag_tables.h"
 #include "commands/admin/user_update.h"
+#include "commands/common/engine_list.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
 #include "soapH.h"
@@ -81,17 +82,9 @@ class Transfer {
 
   /// The server's engines by EID, with their formats.
   void LoadEngines() {
-    RequestFrame frame(thread_, keys_ + " dic");
-    frame.UseSelectKeys();
-    std::string lang = frame.data().uilang;
-    auto* r = soap_new_nv__GetEngineInfoResponse(frame.soap());
-    frame.Check(soap_call_nv__GetEngineInfo(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                            frame.clientid(), frame.reqgroup(), frame.select(),
-                                            lang.empty() ? nullptr : &lang, nullptr, *r));
-    frame.Token(r->token);
-    frame.Warnings(r->error);
-    if (!r->engines) return;
-    for (const nv__Engine& e : r->engines->item) {
+    const nv__EngineArray* engines = ListEngines(thread_, keys_ + " dic");
+    if (!engines) return;
+    for (const nv__Engine& e : engines->item) {
       if (e.eid) formats_[*e.eid] = {FormatFor(e, kApiExport), FormatFor(e, kApiImport)};
     }
   }
@@ -105,7 +98,7 @@ class Transfer {
                const std::string& to);
   /// Fills the new copy: the source data, the shares, the user's engine.
   void Complete(const std::string& userid, int64_t new_did, const std::string& to,
-                const nv__DictionaryDetail& src, const nv__DictionaryExportResponse* exported);
+                const nv__DictionaryDetail& src, const nv__DictionaryExportResponse& exported);
 
   ExecThread& thread_;
   std::string keys_;
@@ -116,19 +109,11 @@ class Transfer {
 void Transfer::User(const std::string& userid,
                     const std::vector<std::pair<std::string, std::string>>& pairs, Counts& counts) {
   // What the user owns now, per engine, with subjects.
-  RequestFrame frame(thread_, keys_ + " dic ownerdic runas=" + userid);
-  frame.UseSelectKeys();
-  std::string lang = frame.data().uilang;
-  auto* r = soap_new_nv__GetEngineInfoResponse(frame.soap());
-  frame.Check(soap_call_nv__GetEngineInfo(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                          frame.clientid(), frame.reqgroup(), frame.select(),
-                                          lang.empty() ? nullptr : &lang, nullptr, *r));
-  frame.Token(r->token);
-  frame.Warnings(r->error);
+  const nv__EngineArray* engines = ListEngines(thread_, keys_ + " dic ownerdic runas=" + userid);
   std::map<std::string, std::vector<const nv__Dictionary*>> owned;
   std::set<std::pair<std::string, std::string>> subjects;  // engine, subject
-  if (r->engines) {
-    for (const nv__Engine& e : r->engines->item) {
+  if (engines) {
+    for (const nv__Engine& e : engines->item) {
       if (!e.eid || !e.dictionaryInfo || !e.dictionaryInfo->list) continue;
       for (const nv__Dictionary& d : e.dictionaryInfo->list->item) {
         if (!d.ownerid || *d.ownerid != userid) continue;
@@ -171,46 +156,33 @@ int64_t Transfer::Copy(const std::string& userid, int64_t did, const std::string
 
   RequestFrame info(thread_, runas + " details");
   info.UseSelectKeys();
-  auto* detail = soap_new_nv__UpdateDictionaryInfoResponse(info.soap());
-  info.Check(soap_call_nv__UpdateDictionaryInfo(info.soap(), info.endpoint(), "", info.licence(),
-                                                info.clientid(), info.reqgroup(), info.select(),
-                                                did, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                                *detail));
-  info.Token(detail->token);
-  if (!detail->dic) throw Exception("no details of dictionary " + std::to_string(did));
-  const nv__DictionaryDetail& src = *detail->dic;
+  auto detail = info.CallWithoutWarnings(soap_call_nv__UpdateDictionaryInfo, did, nullptr,
+                                         nullptr, nullptr, nullptr, nullptr);
+  if (!detail.dic) throw Exception("no details of dictionary " + std::to_string(did));
+  const nv__DictionaryDetail& src = *detail.dic;
 
   RequestFrame out(thread_, runas + (Local(thread_).settings.dime ? " dime" : ""));
   out.UseSelectKeys();
-  auto* exported = soap_new_nv__DictionaryExportResponse(out.soap());
   std::string* out_format =
       formats_[from].first.empty() ? nullptr : Str(out.soap(), formats_[from].first);
-  out.Check(soap_call_nv__DictionaryExport(out.soap(), out.endpoint(), "", out.licence(),
-                                           out.clientid(), out.reqgroup(), out.select(), did,
-                                           out_format, nullptr, *exported));
-  out.Token(exported->token);
+  auto exported = out.CallWithoutWarnings(soap_call_nv__DictionaryExport, did, out_format, nullptr);
 
   RequestFrame create(thread_, runas + (Local(thread_).neweid ? " neweid" : ""));
   create.UseSelectKeys();
-  auto* made = soap_new_nv__CreateDictionaryResponse(create.soap());
   LONG64 type = src.type ? *src.type : 0x10;
-  create.Check(soap_call_nv__CreateDictionary(create.soap(), create.endpoint(), "",
-                                              create.licence(), create.clientid(),
-                                              create.reqgroup(), create.select(), Str(create.soap(), to),
-                                              &type, src.languages, src.subject, src.alldisplay,
-                                              src.details, *made));
-  create.Token(made->token);
-  if (!made->dic) throw Exception("no dictionary came back");
-  int64_t new_did = made->dic->did;
+  auto made = create.CallWithoutWarnings(soap_call_nv__CreateDictionary, Str(create.soap(), to),
+                                         &type, src.languages, src.subject, src.alldisplay,
+                                         src.details);
+  if (!made.dic) throw Exception("no dictionary came back");
+  int64_t new_did = made.dic->did;
   try {
     Complete(userid, new_did, to, src, exported);
   } catch (const Exception&) {
     // No half-made copy stays behind; the source is untouched either way.
     RequestFrame undo(thread_, keys_);
     undo.UseSelectKeys();
-    auto* gone = soap_new_nv__DeleteDictionaryResponse(undo.soap());
-    soap_call_nv__DeleteDictionary(undo.soap(), undo.endpoint(), "", undo.licence(),
-                                   undo.clientid(), undo.reqgroup(), undo.select(), new_did, *gone);
+    nv__DeleteDictionaryResponse gone;
+    undo.Send(soap_call_nv__DeleteDictionary, new_did, gone);
     undo.data().EndCall();
     throw;
   }
@@ -220,26 +192,23 @@ int64_t Transfer::Copy(const std::string& userid, int64_t did, const std::string
 
 void Transfer::Complete(const std::string& userid, int64_t new_did, const std::string& to,
                         const nv__DictionaryDetail& src,
-                        const nv__DictionaryExportResponse* exported) {
+                        const nv__DictionaryExportResponse& exported) {
   std::string runas = keys_ + " runas=" + userid;
 
   bool has_data = false;
-  if (exported->data) {
-    for (const nv__DictionaryData& item : exported->data->item) {
+  if (exported.data) {
+    for (const nv__DictionaryData& item : exported.data->item) {
       has_data = has_data || (item.filedata && item.filedata->__size > 0);
     }
   }
   if (has_data) {
     RequestFrame in(thread_, runas + " replace");
     in.UseSelectKeys();
-    auto* imported = soap_new_nv__DictionaryImportResponse(in.soap());
     std::string* in_format =
         formats_[to].second.empty() ? nullptr : Str(in.soap(), formats_[to].second);
-    in.Check(soap_call_nv__DictionaryImport(in.soap(), in.endpoint(), "", in.licence(),
-                                            in.clientid(), in.reqgroup(), in.select(), new_did,
-                                            in_format, nullptr, exported->data, *imported));
-    in.Token(imported->token);
-    if (imported->sourceError && !imported->sourceError->item.empty()) {
+    auto imported = in.CallWithoutWarnings(soap_call_nv__DictionaryImport, new_did, in_format,
+                                           nullptr, exported.data);
+    if (imported.sourceError && !imported.sourceError->item.empty()) {
       throw Exception("the import of " + std::to_string(new_did) + " reported source errors");
     }
   }
@@ -247,13 +216,8 @@ void Transfer::Complete(const std::string& userid, int64_t new_did, const std::s
   if (src.share && !src.share->item.empty()) {
     RequestFrame share(thread_, runas);
     share.UseSelectKeys();
-    auto* shared = soap_new_nv__UpdateDictionaryInfoResponse(share.soap());
-    share.Check(soap_call_nv__UpdateDictionaryInfo(share.soap(), share.endpoint(), "",
-                                                   share.licence(), share.clientid(),
-                                                   share.reqgroup(), share.select(), new_did,
-                                                   nullptr, nullptr, src.share, nullptr, nullptr,
-                                                   *shared));
-    share.Token(shared->token);
+    share.CallWithoutWarnings(soap_call_nv__UpdateDictionaryInfo, new_did, nullptr, nullptr,
+                              src.share, nullptr, nullptr);
   }
 
   RequestFrame engine(thread_, keys_);
@@ -265,13 +229,8 @@ void Transfer::Complete(const std::string& userid, int64_t new_did, const std::s
   e.dic_add = std::to_string(new_did);
   edits.engines.push_back(e);
   std::string lang = engine.data().uilang;
-  auto* updated = soap_new_nv__UpdateUserResponse(engine.soap());
-  engine.Check(soap_call_nv__UpdateUser(engine.soap(), engine.endpoint(), "", engine.licence(),
-                                        engine.clientid(), engine.reqgroup(), engine.select(),
-                                        lang.empty() ? nullptr : &lang,
-                                        BuildUserUpdate(engine.soap(), edits, userid), *updated));
-  engine.Token(updated->token);
-  engine.Warnings(updated->error);
+  engine.Call(soap_call_nv__UpdateUser, lang.empty() ? nullptr : &lang,
+              BuildUserUpdate(engine.soap(), edits, userid));
 }
 
 void CmdDtransfer(ExecThread& thread, ArgVector& args) {

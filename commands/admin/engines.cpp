@@ -1,10 +1,10 @@
 #include "commands/admin/engines.h"
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "client/did_list.h"
 #include "client/frame.h"
 #include "commands/admin/dict_printers.h"
 #include "commands/admin/einfo_options.h"
@@ -29,6 +29,53 @@ const OptionDef kProfileOptions[] = {LEXCTL_COMMON_OPTIONS,
 
 using DisplayTexts = std::vector<std::pair<std::string, std::string>>;
 
+// What profile changes in the profile it names.
+struct ProfileEdits {
+  std::string eid;
+  std::vector<std::pair<std::string, std::string>> adds;
+  std::vector<std::string> dels;
+  DisplayTexts displays;
+};
+
+bool ScanProfileOptions(RequestFrame& frame, ArgVector& args, ProfileEdits& edits) {
+  ExecThread& thread = frame.thread();
+  return frame.Scan(kProfileOptions, args, [&](const OptionScanner& option) {
+    std::string arg = option.argument() ? option.argument() : "";
+    switch (option.id()) {
+      case kProfileEid: edits.eid = arg; break;
+      case kProfileAdd: {
+        std::optional<Property> property = ReadEngineProperty(thread, arg);
+        if (!property) return false;
+        edits.adds.emplace_back(property->key, property->value);
+        break;
+      }
+      case kProfileDel: edits.dels.push_back(arg); break;
+      case kProfileDisplay:
+        edits.displays.emplace_back();
+        if (!ReadDisplayText(thread, arg.c_str(), edits.displays.back())) {
+          ThreadPrint(thread, "Invalid display text: %s\n", arg.c_str());
+          return false;
+        }
+        break;
+    }
+    return true;
+  });
+}
+
+void PrintProfileProperties(ExecThread& thread, const nv__PropertyArray* properties) {
+  if (!properties || properties->item.empty()) {
+    ThreadPrint(thread, "No properties.\n");
+    return;
+  }
+  ThreadPrint(thread, "Properties:\n");
+  ThreadPrint(thread, "    %-30.30s  RO %s\n", "KEY", "DEFAULT VALUE");
+  for (const nv__Property& property : properties->item) {
+    ThreadPrint(thread, "    %-30.30s  %s  %s\n", property.key ? property.key->c_str() : "",
+                property.readonly && *property.readonly ? "T" : " ",
+                property.val ? property.val->c_str() : "");
+  }
+}
+
 }  // namespace
 
 void CmdEinfo(ExecThread& thread, ArgVector& args) {
@@ -42,13 +89,8 @@ void CmdEinfo(ExecThread& thread, ArgVector& args) {
     ThreadPrint(thread, "\n");
 
     std::string lang = query.display_lang;
-    nv__GetEngineInfoResponse response;
-    frame.Check(soap_call_nv__GetEngineInfo(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                            frame.clientid(), frame.reqgroup(), frame.select(),
-                                            lang.empty() ? nullptr : &lang, query.Filter(frame.soap()),
-                                            response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__GetEngineInfo, lang.empty() ? nullptr : &lang,
+                               query.Filter(frame.soap()));
     if (!response.engines || response.engines->item.empty()) {
       ThreadPrint(thread, "No engines available\n");
       return;
@@ -62,38 +104,9 @@ void CmdProfile(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdProfile, args, true)) return;
   RunGuarded(thread, [&] {
     RequestFrame frame(thread, "");
-    std::string eid = frame.data().engine.eid;
-    std::vector<std::pair<std::string, std::string>> adds;
-    std::vector<std::string> dels;
-    DisplayTexts displays;
-    bool ok = frame.Scan(kProfileOptions, args, [&](const OptionScanner& option) {
-      std::string arg = option.argument() ? option.argument() : "";
-      switch (option.id()) {
-        case kProfileEid: eid = arg; break;
-        case kProfileAdd: {
-          size_t equals = arg.find('=');
-          if (equals == std::string::npos) {
-            ThreadPrint(thread, "Invalid property: %s\n", arg.c_str());
-            return false;
-          }
-          std::string key = arg.substr(0, equals);
-          std::string value = arg.substr(equals + 1);
-          if (key == "dictionaries") value = ResolveDidList(value);
-          adds.emplace_back(key, value);
-          break;
-        }
-        case kProfileDel: dels.push_back(arg); break;
-        case kProfileDisplay:
-          displays.emplace_back();
-          if (!ReadDisplayText(thread, arg.c_str(), displays.back())) {
-            ThreadPrint(thread, "Invalid display text: %s\n", arg.c_str());
-            return false;
-          }
-          break;
-      }
-      return true;
-    });
-    if (!ok) return;
+    ProfileEdits edits;
+    edits.eid = frame.data().engine.eid;
+    if (!ScanProfileOptions(frame, args, edits)) return;
     if (frame.positional().empty()) {
       ThreadPrint(thread, "Invalid arguments. Profile must be supplied.\n");
       return;
@@ -102,49 +115,35 @@ void CmdProfile(ExecThread& thread, ArgVector& args) {
     std::string profile = frame.positional()[0];
 
     frame.PrintSelectKeys();
-    ThreadPrint(thread, "Engine EID:   %s\n", eid.c_str());
+    ThreadPrint(thread, "Engine EID:   %s\n", edits.eid.c_str());
     ThreadPrint(thread, "Profile:      %s\n", profile.c_str());
-    for (const auto& [key, value] : adds) ThreadPrint(thread, "Adding:       %s = %s\n", key.c_str(), value.c_str());
-    for (const std::string& key : dels) ThreadPrint(thread, "Removing:     %s\n", key.c_str());
-    PrintDisplayTexts(thread, displays);
+    for (const auto& [key, value] : edits.adds) ThreadPrint(thread, "Adding:       %s = %s\n", key.c_str(), value.c_str());
+    for (const std::string& key : edits.dels) ThreadPrint(thread, "Removing:     %s\n", key.c_str());
+    PrintDisplayTexts(thread, edits.displays);
     ThreadPrint(thread, "\n");
 
     // addProp always goes, empty or not: with -replace an empty set clears the profile.
     nv__KeyValArray add_prop;
-    for (auto& [key, value] : adds) {
+    for (auto& [key, value] : edits.adds) {
       nv__KeyValPair pair;
       pair.key = key;
       pair.val = value;
       add_prop.item.push_back(pair);
     }
     nv__StringArray del_prop;
-    del_prop.item = dels;
+    del_prop.item = edits.dels;
     nv__DisplayTextArray display_array;
-    for (auto& [lang, text] : displays) {
+    for (auto& [lang, text] : edits.displays) {
       nv__DisplayText t;
       t.lang = &lang;
       t.text = &text;
       display_array.item.push_back(t);
     }
-    nv__UpdateEngineProfileResponse response;
-    frame.Check(soap_call_nv__UpdateEngineProfile(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), &eid, &profile, displays.empty() ? nullptr : &display_array, &add_prop,
-        dels.empty() ? nullptr : &del_prop, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__UpdateEngineProfile, &edits.eid, &profile,
+                               edits.displays.empty() ? nullptr : &display_array, &add_prop,
+                               edits.dels.empty() ? nullptr : &del_prop);
     PrintDisplayTexts(thread, response.alldisplay);
-    if (!response.properties || response.properties->item.empty()) {
-      ThreadPrint(thread, "No properties.\n");
-      return;
-    }
-    ThreadPrint(thread, "Properties:\n");
-    ThreadPrint(thread, "    %-30.30s  RO %s\n", "KEY", "DEFAULT VALUE");
-    for (const nv__Property& property : response.properties->item) {
-      ThreadPrint(thread, "    %-30.30s  %s  %s\n", property.key ? property.key->c_str() : "",
-                  property.readonly && *property.readonly ? "T" : " ",
-                  property.val ? property.val->c_str() : "");
-    }
+    PrintProfileProperties(thread, response.properties);
   });
 }
 

@@ -17,7 +17,6 @@ namespace lexctl {
 namespace {
 
 constexpr char kMsgTooManyEntries[] = "Too many entries. Max = %d\n";
-constexpr char kMsgDidRequired[] = "Invalid arguments. DID must be supplied.\n";
 constexpr char kMsgCountMismatch[] = "Number of response entries does not match request size!!!!\n";
 
 // The common block without -neweid, which daddtm does not take.
@@ -202,12 +201,8 @@ void CmdDadd(ExecThread& thread, ArgVector& args) {
       items[i].source = &sources[i];
       entries.item.push_back(&items[i]);
     }
-    nv__AddDictionaryEntryResponse response;
-    frame.Check(soap_call_nv__AddDictionaryEntry(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), did, has_format ? &format : nullptr, &entries, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__AddDictionaryEntry, did,
+                               has_format ? &format : nullptr, &entries);
     bool any = PrintAddResults(thread, response.entries, sources.size(),
                                [&](int i, const nv__AddEntryResult& result) {
                                  if (result.entryid) {
@@ -223,38 +218,99 @@ void CmdDadd(ExecThread& thread, ArgVector& args) {
   });
 }
 
+namespace {
+
+// daddtm's options: the entries, one after another.
+bool ScanTmEntries(RequestFrame& frame, ArgVector& args, TmEntryBuilder& builder) {
+  ExecThread& thread = frame.thread();
+  return frame.Scan(kDaddtmOptions, args, [&](const OptionScanner& option) {
+    const char* value = option.argument();
+    TmEntry& entry = builder.current();
+    switch (option.id()) {
+      case kTmNewEntry: builder.NewEntry(); break;
+      case kTmSentence:
+        if (!builder.AddSentence(value)) {
+          ThreadPrint(thread, "Invalid argument. Missing language for sentence.\n");
+          return false;
+        }
+        break;
+      case kTmWeight: entry.weight = Decimal(value); break;
+      case kTmInfo: entry.info = Decimal(value); break;
+      case kTmAuthor: entry.author = value; break;
+      case kTmDate: entry.date = value; break;
+      case kTmTitle: entry.title = value; break;
+      case kTmComment: entry.comment = value; break;
+      case kTmUserdata: {
+        std::string data;
+        if (!ReadFileData(thread, value, data)) return false;
+        entry.userdata = std::move(data);
+        break;
+      }
+    }
+    return true;
+  });
+}
+
+void PrintTmEntries(ExecThread& thread, const std::vector<TmEntry>& built) {
+  for (size_t i = 0; i < built.size(); ++i) {
+    const TmEntry& e = built[i];
+    ThreadPrint(thread, "Entry: %d\n", static_cast<int>(i));
+    ThreadPrint(thread, "  Sentences:\n");
+    for (const TmEntry::Sentence& s : e.sentences) PrintSentence(thread, s.lang, s.text, s.key);
+    if (e.author) ThreadPrint(thread, "  Author:    %s\n", e.author->c_str());
+    if (e.date) ThreadPrint(thread, "  Date:      %s\n", e.date->c_str());
+    ThreadPrint(thread, "  Weight:    %d\n", e.weight.value_or(0));
+    ThreadPrint(thread, "  Info:      %d\n", e.info.value_or(0));
+    if (e.title) ThreadPrint(thread, "  Title:     %s\n", e.title->c_str());
+    if (e.comment) ThreadPrint(thread, "  Comment:   %s\n", e.comment->c_str());
+    if (e.userdata) ThreadPrint(thread, "  UserData:  %d bytes\n", static_cast<int>(e.userdata->size()));
+  }
+}
+
+// The memory entries as they go on the wire; they point into the built
+// entries, which stay put until the call ends.
+class TmEntryWire {
+ public:
+  TmEntryWire(LocalData& data, std::vector<TmEntry>& built) : wires_(built.size()) {
+    for (size_t i = 0; i < built.size(); ++i) {
+      TmEntry& e = built[i];
+      Wire& w = wires_[i];
+      w.sentences.item.resize(e.sentences.size());
+      for (size_t k = 0; k < e.sentences.size(); ++k) {
+        w.sentences.item[k].lang = &e.sentences[k].lang;
+        w.sentences.item[k].text = &e.sentences[k].text;
+        w.sentences.item[k].isKey = &e.sentences[k].key;
+      }
+      w.entry.sentences = &w.sentences;
+      w.entry.weight = e.weight ? &*e.weight : nullptr;
+      w.entry.info = e.info ? &*e.info : nullptr;
+      w.entry.author = e.author ? &*e.author : nullptr;
+      w.entry.date = e.date ? &*e.date : nullptr;
+      w.entry.title = e.title ? &*e.title : nullptr;
+      w.entry.comment = e.comment ? &*e.comment : nullptr;
+      w.entry.userdata = e.userdata ? Payload(data, *e.userdata, "userdata") : nullptr;
+      entries_.item.push_back(&w.entry);
+    }
+  }
+  nv__DicEntryArray* entries() { return &entries_; }
+
+ private:
+  struct Wire {
+    nv__DicEntryMemory entry;
+    nv__EntryTextMemoryArray sentences;
+  };
+  std::vector<Wire> wires_;
+  nv__DicEntryArray entries_;
+};
+
+}  // namespace
+
 void CmdDaddtm(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdDaddtm, args, true)) return;
   RunGuarded(thread, [&] {
     RequestFrame frame(thread, "");
     TmEntryBuilder builder;
-    bool ok = frame.Scan(kDaddtmOptions, args, [&](const OptionScanner& option) {
-      const char* value = option.argument();
-      TmEntry& entry = builder.current();
-      switch (option.id()) {
-        case kTmNewEntry: builder.NewEntry(); break;
-        case kTmSentence:
-          if (!builder.AddSentence(value)) {
-            ThreadPrint(thread, "Invalid argument. Missing language for sentence.\n");
-            return false;
-          }
-          break;
-        case kTmWeight: entry.weight = Decimal(value); break;
-        case kTmInfo: entry.info = Decimal(value); break;
-        case kTmAuthor: entry.author = value; break;
-        case kTmDate: entry.date = value; break;
-        case kTmTitle: entry.title = value; break;
-        case kTmComment: entry.comment = value; break;
-        case kTmUserdata: {
-          std::string data;
-          if (!ReadFileData(thread, value, data)) return false;
-          entry.userdata = std::move(data);
-          break;
-        }
-      }
-      return true;
-    });
-    if (!ok) return;
+    if (!ScanTmEntries(frame, args, builder)) return;
     const ArgVector& words = frame.positional();
     if (words.size() != 1) {
       ThreadPrint(thread, kMsgDidRequired);
@@ -274,53 +330,11 @@ void CmdDaddtm(ExecThread& thread, ArgVector& args) {
 
     frame.PrintSelectKeys();
     ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
-    for (size_t i = 0; i < built.size(); ++i) {
-      const TmEntry& e = built[i];
-      ThreadPrint(thread, "Entry: %d\n", static_cast<int>(i));
-      ThreadPrint(thread, "  Sentences:\n");
-      for (const TmEntry::Sentence& s : e.sentences) PrintSentence(thread, s.lang, s.text, s.key);
-      if (e.author) ThreadPrint(thread, "  Author:    %s\n", e.author->c_str());
-      if (e.date) ThreadPrint(thread, "  Date:      %s\n", e.date->c_str());
-      ThreadPrint(thread, "  Weight:    %d\n", e.weight.value_or(0));
-      ThreadPrint(thread, "  Info:      %d\n", e.info.value_or(0));
-      if (e.title) ThreadPrint(thread, "  Title:     %s\n", e.title->c_str());
-      if (e.comment) ThreadPrint(thread, "  Comment:   %s\n", e.comment->c_str());
-      if (e.userdata) ThreadPrint(thread, "  UserData:  %d bytes\n", static_cast<int>(e.userdata->size()));
-    }
+    PrintTmEntries(thread, built);
     ThreadPrint(thread, "\n");
 
-    // The wire objects point into built, which stays put until the call ends.
-    struct Wire {
-      nv__DicEntryMemory entry;
-      nv__EntryTextMemoryArray sentences;
-    };
-    std::vector<Wire> wires(built.size());
-    nv__DicEntryArray entries;
-    for (size_t i = 0; i < built.size(); ++i) {
-      TmEntry& e = built[i];
-      Wire& w = wires[i];
-      w.sentences.item.resize(e.sentences.size());
-      for (size_t k = 0; k < e.sentences.size(); ++k) {
-        w.sentences.item[k].lang = &e.sentences[k].lang;
-        w.sentences.item[k].text = &e.sentences[k].text;
-        w.sentences.item[k].isKey = &e.sentences[k].key;
-      }
-      w.entry.sentences = &w.sentences;
-      w.entry.weight = e.weight ? &*e.weight : nullptr;
-      w.entry.info = e.info ? &*e.info : nullptr;
-      w.entry.author = e.author ? &*e.author : nullptr;
-      w.entry.date = e.date ? &*e.date : nullptr;
-      w.entry.title = e.title ? &*e.title : nullptr;
-      w.entry.comment = e.comment ? &*e.comment : nullptr;
-      w.entry.userdata = e.userdata ? Payload(frame.data(), *e.userdata, "userdata") : nullptr;
-      entries.item.push_back(&w.entry);
-    }
-    nv__AddDictionaryEntryResponse response;
-    frame.Check(soap_call_nv__AddDictionaryEntry(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                                 frame.clientid(), frame.reqgroup(), frame.select(),
-                                                 did, nullptr, &entries, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    TmEntryWire wire(frame.data(), built);
+    auto response = frame.Call(soap_call_nv__AddDictionaryEntry, did, nullptr, wire.entries());
     bool any = PrintAddResults(thread, response.entries, built.size(),
                                [&](int, const nv__AddEntryResult& result) {
                                  if (result.entryid) {
@@ -387,14 +401,10 @@ void CmdDget(ExecThread& thread, ArgVector& args) {
     }
     ThreadPrint(thread, "\n");
 
-    nv__GetDictionaryEntryResponse response;
-    frame.Check(soap_call_nv__GetDictionaryEntry(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), did, has_format ? &format : nullptr, has_start ? &start : nullptr,
-        has_count ? &count : nullptr, requests.requests.empty() ? nullptr : requests.Wire(),
-        response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__GetDictionaryEntry, did,
+                               has_format ? &format : nullptr, has_start ? &start : nullptr,
+                               has_count ? &count : nullptr,
+                               requests.requests.empty() ? nullptr : requests.Wire());
     if (!response.entries || response.entries->item.empty()) {
       ThreadPrint(thread, "No entries.\n");
       return;
@@ -446,13 +456,7 @@ void CmdDdel(ExecThread& thread, ArgVector& args) {
     requests.Echo(thread);
     ThreadPrint(thread, "\n");
 
-    nv__DeleteDictionaryEntryResponse response;
-    frame.Check(soap_call_nv__DeleteDictionaryEntry(frame.soap(), frame.endpoint(), "",
-                                                    frame.licence(), frame.clientid(),
-                                                    frame.reqgroup(), frame.select(), did,
-                                                    requests.Wire(), response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    frame.Call(soap_call_nv__DeleteDictionaryEntry, did, requests.Wire());
     ThreadPrint(thread, "OK.\n");
   });
 }

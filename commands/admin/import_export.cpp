@@ -152,13 +152,9 @@ void CmdDimport(ExecThread& thread, ArgVector& args) {
       data.item[i].filename = &files[i];
       data.item[i].filedata = Payload(frame.data(), contents[i], files[i]);
     }
-    nv__DictionaryImportResponse response;
-    frame.Check(soap_call_nv__DictionaryImport(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), did, transfer.has_format ? &transfer.format : nullptr,
-        transfer.has_encoding ? &transfer.encoding : nullptr, &data, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__DictionaryImport, did,
+                               transfer.has_format ? &transfer.format : nullptr,
+                               transfer.has_encoding ? &transfer.encoding : nullptr, &data);
     ThreadPrint(thread, "Done.\n");
     if (response.formatUsed)
       ThreadPrint(thread, "Input Format Used:   %s\n", response.formatUsed->c_str());
@@ -194,13 +190,9 @@ void CmdDexport(ExecThread& thread, ArgVector& args) {
     transfer.Echo(thread);
     ThreadPrint(thread, "\n");
 
-    nv__DictionaryExportResponse response;
-    frame.Check(soap_call_nv__DictionaryExport(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), did, transfer.has_format ? &transfer.format : nullptr,
-        transfer.has_encoding ? &transfer.encoding : nullptr, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__DictionaryExport, did,
+                               transfer.has_format ? &transfer.format : nullptr,
+                               transfer.has_encoding ? &transfer.encoding : nullptr);
     if (!response.data) return;
     for (const nv__DictionaryData& item : response.data->item) {
       std::string name = ExportFileName(base, item.filename ? *item.filename : "");

@@ -14,6 +14,7 @@
 #include "client/frame.h"
 #include "commands/admin/flag_tables.h"
 #include "commands/admin/user_update.h"
+#include "commands/common/engine_list.h"
 #include "commands/common/files.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
@@ -569,35 +570,22 @@ const nv__User* UserDump::FetchUser() {
   who->item.push_back(userid_);
   auto* lang = soap_new_std__string(frame.soap());
   *lang = frame.data().uilang;
-  auto* r = soap_new_nv__GetUserResponse(frame.soap());
-  frame.Check(soap_call_nv__GetUser(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                    frame.clientid(), frame.reqgroup(), frame.select(),
-                                    lang->empty() ? nullptr : lang, nullptr, who, *r));
-  frame.Token(r->token);
-  frame.Warnings(r->error);
-  if (!r->users || r->users->item.empty()) {
+  auto r = frame.Call(soap_call_nv__GetUser, lang->empty() ? nullptr : lang, nullptr, who);
+  if (!r.users || r.users->item.empty()) {
     ThreadPrint(thread_, "Um. No user returned.\n");
     return nullptr;
   }
-  if (r->users->item.size() > 1) {
+  if (r.users->item.size() > 1) {
     ThreadPrint(thread_, "Um. Too many users returned.\n");
     return nullptr;
   }
-  return &r->users->item[0];
+  return &r.users->item[0];
 }
 
 // The user's engines list only the dictionaries they selected; the engines
 // as the user sees them list every dictionary the user owns.
 void UserDump::FetchOwned(const nv__User& user) {
-  RequestFrame frame(thread_, " dic ownerdic runas=" + userid_);
-  frame.UseSelectKeys();
-  std::string lang = frame.data().uilang;
-  auto* r = soap_new_nv__GetEngineInfoResponse(frame.soap());
-  frame.Check(soap_call_nv__GetEngineInfo(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                          frame.clientid(), frame.reqgroup(), frame.select(),
-                                          lang.empty() ? nullptr : &lang, nullptr, *r));
-  frame.Token(r->token);
-  frame.Warnings(r->error);
+  const nv__EngineArray* engines = ListEngines(thread_, " dic ownerdic runas=" + userid_);
   std::set<int64_t> seen;
   auto take = [&](const nv__Engine& e) {
     if (!e.dictionaryInfo || !e.dictionaryInfo->list || !e.eid) return;
@@ -610,8 +598,8 @@ void UserDump::FetchOwned(const nv__User& user) {
       owned_.push_back(o);
     }
   };
-  if (r->engines) {
-    for (const nv__Engine& e : r->engines->item) take(e);
+  if (engines) {
+    for (const nv__Engine& e : engines->item) take(e);
   }
   if (user.engines) {
     for (const nv__Engine& e : user.engines->item) take(e);
@@ -623,16 +611,11 @@ void UserDump::FetchDetails(DumpDictionary& o) {
               o.did);
   RequestFrame info(thread_, " details runas=" + userid_);
   info.UseSelectKeys();
-  auto* d = soap_new_nv__UpdateDictionaryInfoResponse(info.soap());
-  info.Check(soap_call_nv__UpdateDictionaryInfo(info.soap(), info.endpoint(), "", info.licence(),
-                                                info.clientid(), info.reqgroup(), info.select(),
-                                                o.did, nullptr, nullptr, nullptr, nullptr,
-                                                nullptr, *d));
-  info.Token(d->token);
-  info.Warnings(d->error);
+  auto d = info.Call(soap_call_nv__UpdateDictionaryInfo, o.did, nullptr, nullptr, nullptr,
+                     nullptr, nullptr);
   o.type_name = "USER";
-  if (!d->dic) return;
-  const nv__DictionaryDetail& x = *d->dic;
+  if (!d.dic) return;
+  const nv__DictionaryDetail& x = *d.dic;
   const char* type = x.type ? FlagName(*x.type, FlagTable::kDicType) : nullptr;
   if (type) o.type_name = type;
   o.subject = Text(x.subject);
@@ -668,16 +651,11 @@ bool UserDump::SaveData(const DumpDictionary& d) {
               PrintableValue(d.format).c_str(), d.did);
   RequestFrame frame(thread_, Local(thread_).settings.dime ? " dime" : "");
   frame.UseSelectKeys();
-  auto* r = soap_new_nv__DictionaryExportResponse(frame.soap());
   std::string format = d.format;
-  frame.Check(soap_call_nv__DictionaryExport(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                             frame.clientid(), frame.reqgroup(), frame.select(),
-                                             d.did, &format, nullptr, *r));
-  frame.Token(r->token);
-  frame.Warnings(r->error);
+  auto r = frame.Call(soap_call_nv__DictionaryExport, d.did, &format, nullptr);
   std::string data;
-  if (r->data) {
-    for (const nv__DictionaryData& item : r->data->item) {
+  if (r.data) {
+    for (const nv__DictionaryData& item : r.data->item) {
       if (item.filedata && item.filedata->__ptr && item.filedata->__size > 0) {
         data.append(reinterpret_cast<const char*>(item.filedata->__ptr),
                     static_cast<size_t>(item.filedata->__size));

@@ -111,9 +111,57 @@ bool UserUpdateParser::CurrentEngine(EngineEdit** engine) {
   return true;
 }
 
+bool UserUpdateParser::TakeApi(const std::string& arg) {
+  int64_t value = 0;
+  if (strcasecmp(arg.c_str(), "all") == 0) {
+    value = kApiAll;
+  } else if (!arg.empty() && isdigit(static_cast<unsigned char>(arg[0]))) {
+    value = strtoll(arg.c_str(), nullptr, strncasecmp(arg.c_str(), "0x", 2) == 0 ? 16 : 10);
+  } else {
+    FlagFold fold = FoldFlagList(arg, FlagTable::kApi);
+    if (!fold.unknown.empty()) {
+      ThreadPrint(thread_, "The API '%s' are not valid\n", arg.c_str());
+      return false;
+    }
+    value = fold.value;
+  }
+  edits_.api = value;
+  return true;
+}
+
+bool UserUpdateParser::TakeLimit(const std::string& arg) {
+  if (strcasecmp(arg.c_str(), "none") == 0) {
+    for (const char* name : kNoneLimits) edits_.limits.emplace_back(name, -1);
+    return true;
+  }
+  size_t eq = arg.find('=');
+  int64_t max = 0;
+  if (eq == std::string::npos || eq == 0 || !ReadDecimal(arg.substr(eq + 1), &max)) {
+    ThreadPrint(thread_, "The limit '%s' is not valid\n", arg.c_str());
+    return false;
+  }
+  edits_.limits.emplace_back(arg.substr(0, eq), max);
+  return true;
+}
+
+bool UserUpdateParser::TakeProperty(int id, const std::string& arg) {
+  if (arg.empty()) return true;
+  PropertyEdit p;
+  p.action = id == kUoptPropAdd ? "add" : "set";
+  size_t at = 0;
+  for (; at < arg.size() && (arg[at] == '!' || arg[at] == '@'); ++at) {
+    (arg[at] == '!' ? p.readonly : p.session) = true;
+  }
+  std::optional<Property> property = ReadProperty(thread_, arg, at, true);
+  if (!property) return false;
+  p.key = property->key;
+  p.val = property->value;
+  edits_.props.push_back(p);
+  return true;
+}
+
 bool UserUpdateParser::Take(int id, const char* argument) {
   std::string arg = argument ? argument : "";
-  EngineEdit* engine = nullptr;
   switch (id) {
     case kUoptTemplate: edits_.template_user = arg; return true;
     case kUoptList: edits_.list_mode = true; return true;
@@ -123,37 +171,8 @@ bool UserUpdateParser::Take(int id, const char* argument) {
     case kUoptFeatures: edits_.features = arg; return true;
     case kUoptFrom: edits_.from = arg; return true;
     case kUoptTo: edits_.to = arg; return true;
-    case kUoptApi: {
-      int64_t value = 0;
-      if (strcasecmp(arg.c_str(), "all") == 0) {
-        value = kApiAll;
-      } else if (!arg.empty() && isdigit(static_cast<unsigned char>(arg[0]))) {
-        value = strtoll(arg.c_str(), nullptr, strncasecmp(arg.c_str(), "0x", 2) == 0 ? 16 : 10);
-      } else {
-        FlagFold fold = FoldFlagList(arg, FlagTable::kApi);
-        if (!fold.unknown.empty()) {
-          ThreadPrint(thread_, "The API '%s' are not valid\n", arg.c_str());
-          return false;
-        }
-        value = fold.value;
-      }
-      edits_.api = value;
-      return true;
-    }
-    case kUoptLimit: {
-      if (strcasecmp(arg.c_str(), "none") == 0) {
-        for (const char* name : kNoneLimits) edits_.limits.emplace_back(name, -1);
-        return true;
-      }
-      size_t eq = arg.find('=');
-      int64_t max = 0;
-      if (eq == std::string::npos || eq == 0 || !ReadDecimal(arg.substr(eq + 1), &max)) {
-        ThreadPrint(thread_, "The limit '%s' is not valid\n", arg.c_str());
-        return false;
-      }
-      edits_.limits.emplace_back(arg.substr(0, eq), max);
-      return true;
-    }
+    case kUoptApi: return TakeApi(arg);
+    case kUoptLimit: return TakeLimit(arg);
     case kUoptIp:
       edits_.ip_replace = true;
       if (strcasecmp(arg.c_str(), "any") == 0 || strcasecmp(arg.c_str(), "all") == 0) {
@@ -167,25 +186,7 @@ bool UserUpdateParser::Take(int id, const char* argument) {
       edits_.ip_edits.emplace_back(id == kUoptIpAdd, arg);
       return true;
     case kUoptPropAdd:
-    case kUoptPropSet: {
-      if (arg.empty()) return true;
-      PropertyEdit p;
-      p.action = id == kUoptPropAdd ? "add" : "set";
-      size_t at = 0;
-      for (; at < arg.size() && (arg[at] == '!' || arg[at] == '@'); ++at) {
-        (arg[at] == '!' ? p.readonly : p.session) = true;
-      }
-      std::string text = arg.substr(at);
-      size_t eq = text.find('=');
-      if (eq == std::string::npos || eq == 0) {
-        ThreadPrint(thread_, "Invalid property: %s\n", arg.c_str());
-        return false;
-      }
-      p.key = text.substr(0, eq);
-      p.val = text.substr(eq + 1);
-      edits_.props.push_back(p);
-      return true;
-    }
+    case kUoptPropSet: return TakeProperty(id, arg);
     case kUoptPropDel:
       if (!arg.empty()) edits_.props.push_back({"del", arg, "", false, false});
       return true;
@@ -198,10 +199,12 @@ bool UserUpdateParser::Take(int id, const char* argument) {
       edits_.engines.push_back(e);
       return true;
     }
-    default: break;
+    default: return TakeEngineOption(id, arg);
   }
+}
 
-  // The rest fill the engine definition opened last.
+bool UserUpdateParser::TakeEngineOption(int id, const std::string& arg) {
+  EngineEdit* engine = nullptr;
   if (!CurrentEngine(&engine)) return false;
   switch (id) {
     case kUoptEngType:
@@ -352,11 +355,7 @@ UserLister ServerUserLister(ExecThread& thread) {
   return [&thread](const std::string& pattern) {
     RequestFrame frame(thread, "");
     std::string text = pattern;
-    nv__GetUserListResponse r;
-    frame.Check(soap_call_nv__GetUserList(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                          frame.clientid(), frame.reqgroup(), nullptr, &text, r));
-    frame.Token(r.token);
-    frame.Warnings(r.error);
+    auto r = frame.Call(soap_call_nv__GetUserList, &text);
     std::vector<std::string> ids;
     if (r.users) {
       for (const nv__UserEntry& e : r.users->item) {

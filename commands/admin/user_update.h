@@ -98,6 +98,11 @@ class UserUpdateParser {
 
  private:
   bool CurrentEngine(EngineEdit** engine);
+  bool TakeApi(const std::string& arg);
+  bool TakeLimit(const std::string& arg);
+  bool TakeProperty(int id, const std::string& arg);
+  /// The options that fill the engine definition opened last.
+  bool TakeEngineOption(int id, const std::string& arg);
 
   ExecThread& thread_;
   UserEdits edits_;

@@ -135,6 +135,54 @@ constexpr char kUdeleteUsage[] =
 const OptionDef kUlistOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-display"), LEXCTL_OPT_END};
 const OptionDef kUdeleteOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-force"), LEXCTL_OPT_END};
 
+// The address list that replaces the user's: -userIpAdd and -userIpDel
+// applied to the user's own list, or to the one -userIp gave.
+std::vector<std::string> NewIpList(ExecThread& thread, const UserEdits& edits,
+                                   const std::string& id) {
+  std::vector<std::string> ips;
+  if (edits.ip_replace) {
+    ips = edits.ips;
+  } else {
+    RequestFrame fetch(thread, "");
+    nv__StringArray who;
+    who.item.push_back(id);
+    std::string lang = fetch.data().uilang;
+    auto got = fetch.Call(soap_call_nv__GetUser, lang.empty() ? nullptr : &lang, nullptr, &who);
+    if (got.users && !got.users->item.empty() && got.users->item[0].iprestrict) {
+      ips = got.users->item[0].iprestrict->item;
+    }
+  }
+  return ApplyIpEdits(ips, edits.ip_edits);
+}
+
+// Creates or updates one user; the user the server sends back, if any.
+const nv__User* SendUser(RequestFrame& frame, const UserEdits& edits, const std::string& id,
+                         bool create) {
+  ExecThread& thread = frame.thread();
+  std::vector<std::string> ips;
+  // The server replaces the list: build the new one from the user's own.
+  bool whole_list = !edits.ip_edits.empty();
+  if (whole_list) ips = NewIpList(thread, edits, id);
+  nv__UserUpdate* update = BuildUserUpdate(frame.soap(), edits, id, whole_list ? &ips : nullptr);
+  std::string lang = frame.data().uilang;
+  std::string* display_lang = lang.empty() ? nullptr : &lang;
+  // The warnings come after "OK.", on their own lines.
+  if (create) {
+    ThreadPrint(thread, "Creating userid: %-20s", id.c_str());
+    std::string tpl = edits.template_user;
+    auto r = frame.CallWithoutWarnings(soap_call_nv__CreateUser, display_lang, update,
+                                       tpl.empty() ? nullptr : &tpl);
+    ThreadPrint(thread, "OK.\n");
+    frame.Warnings(r.error);
+    return r.user;
+  }
+  ThreadPrint(thread, "Updating userid: %-30s", id.c_str());
+  auto r = frame.CallWithoutWarnings(soap_call_nv__UpdateUser, display_lang, update);
+  ThreadPrint(thread, " OK.\n");
+  frame.Warnings(r.error);
+  return r.user;
+}
+
 // ucreate and uupdate: one parser, one loop over the users.
 void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
   RequestFrame frame(thread, Local(thread).neweid ? " features neweid" : " features");
@@ -172,58 +220,7 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
 
   int mode = edits.list_mode ? 1 : 0;
   for (size_t i = 0; i < ids.size(); ++i) {
-    const std::string& id = ids[i];
-    std::vector<std::string> ips;
-    bool whole_list = !edits.ip_edits.empty();
-    if (whole_list) {
-      // The server replaces the list: build the new one from the user's own.
-      if (edits.ip_replace) {
-        ips = edits.ips;
-      } else {
-        RequestFrame fetch(thread, "");
-        nv__StringArray who;
-        who.item.push_back(id);
-        std::string lang = fetch.data().uilang;
-        nv__GetUserResponse got;
-        fetch.Check(soap_call_nv__GetUser(fetch.soap(), fetch.endpoint(), "", fetch.licence(),
-                                          fetch.clientid(), fetch.reqgroup(), nullptr,
-                                          lang.empty() ? nullptr : &lang, nullptr, &who, got));
-        fetch.Token(got.token);
-        fetch.Warnings(got.error);
-        if (got.users && !got.users->item.empty() && got.users->item[0].iprestrict) {
-          ips = got.users->item[0].iprestrict->item;
-        }
-      }
-      ips = ApplyIpEdits(ips, edits.ip_edits);
-    }
-    nv__UserUpdate* update = BuildUserUpdate(frame.soap(), edits, id, whole_list ? &ips : nullptr);
-    std::string lang = frame.data().uilang;
-    std::string* display_lang = lang.empty() ? nullptr : &lang;
-    const nv__User* user = nullptr;
-    if (create) {
-      ThreadPrint(thread, "Creating userid: %-20s", id.c_str());
-      std::string tpl = edits.template_user;
-      nv__CreateUserResponse r;
-      int status = soap_call_nv__CreateUser(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                            frame.clientid(), frame.reqgroup(), frame.select(),
-                                            display_lang, update, tpl.empty() ? nullptr : &tpl, r);
-      frame.Check(status);
-      frame.Token(r.token);
-      ThreadPrint(thread, "OK.\n");
-      frame.Warnings(r.error);
-      user = r.user;
-    } else {
-      ThreadPrint(thread, "Updating userid: %-30s", id.c_str());
-      nv__UpdateUserResponse r;
-      int status = soap_call_nv__UpdateUser(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                            frame.clientid(), frame.reqgroup(), frame.select(),
-                                            display_lang, update, r);
-      frame.Check(status);
-      frame.Token(r.token);
-      ThreadPrint(thread, " OK.\n");
-      frame.Warnings(r.error);
-      user = r.user;
-    }
+    const nv__User* user = SendUser(frame, edits, ids[i], create);
     if (user) {
       ThreadPrint(thread, "\n");
       PrintUser(thread, "USER DETAILS", *user, mode);
@@ -261,13 +258,9 @@ void CmdUget(ExecThread& thread, ArgVector& args) {
     }
     nv__StringArray who;
     who.item = ids;
-    nv__GetUserResponse r;
-    frame.Check(soap_call_nv__GetUser(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                      frame.clientid(), frame.reqgroup(), frame.select(),
-                                      query.display_lang.empty() ? nullptr : &query.display_lang,
-                                      query.Filter(frame.soap()), &who, r));
-    frame.Token(r.token);
-    frame.Warnings(r.error);
+    auto r = frame.Call(soap_call_nv__GetUser,
+                        query.display_lang.empty() ? nullptr : &query.display_lang,
+                        query.Filter(frame.soap()), &who);
     if (!r.users || r.users->item.empty()) {
       ThreadPrint(thread, "No users found\n");
       return;
@@ -288,12 +281,7 @@ void CmdUlist(ExecThread& thread, ArgVector& args) {
     std::string pattern = frame.positional().empty() ? "" : frame.positional()[0];
     frame.PrintSelectKeys();
     ThreadPrint(thread, "UserId:       %s\n", pattern.c_str());
-    nv__GetUserListResponse r;
-    frame.Check(soap_call_nv__GetUserList(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                          frame.clientid(), frame.reqgroup(), frame.select(),
-                                          &pattern, r));
-    frame.Token(r.token);
-    frame.Warnings(r.error);
+    auto r = frame.Call(soap_call_nv__GetUserList, &pattern);
     int count = 0;
     if (r.users) {
       for (const nv__UserEntry& e : r.users->item) {
@@ -321,12 +309,7 @@ void CmdUdelete(ExecThread& thread, ArgVector& args) {
     for (const std::string& id : ids) ThreadPrint(thread, "User ID:      %s\n", id.c_str());
     nv__StringArray who;
     who.item = ids;
-    nv__DeleteUserResponse r;
-    frame.Check(soap_call_nv__DeleteUser(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                         frame.clientid(), frame.reqgroup(), frame.select(), &who,
-                                         r));
-    frame.Token(r.token);
-    frame.Warnings(r.error);
+    frame.Call(soap_call_nv__DeleteUser, &who);
     ThreadPrint(thread, "OK.\n");
   });
 }

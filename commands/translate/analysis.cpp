@@ -175,12 +175,7 @@ void CmdParse(ExecThread& thread, ArgVector& args) {
     input.PrintHeader(frame, true);
     if (!input.OpenOutput(thread)) return;
 
-    nv__ParseTextResponse response;
-    frame.Check(soap_call_nv__ParseText(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                        frame.clientid(), frame.reqgroup(), frame.select(),
-                                        frame.engine(), blocks, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__ParseText, blocks);
     std::string listing = ParseListing(thread, *blocks, response.blocks);
     if (input.has_output()) {
       input.WriteOutput(thread, &listing);
@@ -204,12 +199,7 @@ void CmdSplit(ExecThread& thread, ArgVector& args) {
     if (!blocks) return;
     input.PrintHeader(frame, frame.eid_given());
 
-    nv__SplitSentencesResponse response;
-    frame.Check(soap_call_nv__SplitSentences(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                             frame.clientid(), frame.reqgroup(), frame.select(),
-                                             blocks, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__SplitSentences, blocks);
     if (!input.has_output()) {
       PrintBlocks(thread, blocks, response.blocks, BlockPrintOptions());
       return;
@@ -235,32 +225,58 @@ void CmdSplit(ExecThread& thread, ArgVector& args) {
   });
 }
 
+// dlang's options, as given.
+struct DlangFields {
+  Field language_hint, encoding_hint, domain, from_code, file;
+};
+
+bool ScanDlangOptions(RequestFrame& frame, ArgVector& args, DlangFields& fields) {
+  return frame.Scan(kDlangOptions, args, [&](const OptionScanner& option) {
+    switch (option.id()) {
+      case kDlangLanguageHint:
+        fields.language_hint.Set(option.argument());
+        break;
+      case kDlangEncodingHint:
+        fields.encoding_hint.Set(option.argument());
+        break;
+      case kDlangDomain:
+        fields.domain.Set(option.argument());
+        break;
+      case kDlangFromCode:
+        fields.from_code.Set(option.argument());
+        break;
+      case kDlangFile:
+        fields.file.Set(option.argument());
+        break;
+    }
+    return true;
+  });
+}
+
+void PrintDetection(ExecThread& thread, const nv__DetectLanguageResponse& response) {
+  ThreadPrint(thread, "Output:\n");
+  ThreadPrint(thread, "Input Encoding Used:  %s\n",
+              response.encodingUsed ? response.encodingUsed->c_str() : "");
+  ThreadPrint(thread, "Language:             %s\n",
+              response.language ? response.language->c_str() : "");
+  ThreadPrint(thread, "Reliable:             %s\n",
+              !response.isReliable   ? "null"
+              : *response.isReliable ? "true"
+                                     : "false");
+  if (response.confidence) {
+    ThreadPrint(thread, "Confidence:           %f\n", *response.confidence);
+  } else {
+    ThreadPrint(thread, "Confidence:           null\n");
+  }
+}
+
 void CmdDlang(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdDlang, args, true)) return;
   RunGuarded(thread, [&] {
     RequestFrame frame(thread, "");
-    Field language_hint, encoding_hint, domain, from_code, file;
-    bool ok = frame.Scan(kDlangOptions, args, [&](const OptionScanner& option) {
-      switch (option.id()) {
-        case kDlangLanguageHint:
-          language_hint.Set(option.argument());
-          break;
-        case kDlangEncodingHint:
-          encoding_hint.Set(option.argument());
-          break;
-        case kDlangDomain:
-          domain.Set(option.argument());
-          break;
-        case kDlangFromCode:
-          from_code.Set(option.argument());
-          break;
-        case kDlangFile:
-          file.Set(option.argument());
-          break;
-      }
-      return true;
-    });
-    if (!ok) return;
+    DlangFields fields;
+    if (!ScanDlangOptions(frame, args, fields)) return;
+    auto& [language_hint, encoding_hint, domain, from_code, file] = fields;
     if (file.given && !frame.positional().empty()) {
       ThreadPrint(thread, "File language detection cannot have other texts specified.\n");
       return;
@@ -300,26 +316,9 @@ void CmdDlang(ExecThread& thread, ArgVector& args) {
 
     xsd__base64Binary text;
     SetPayload(frame.data(), text, bytes, "binary");
-    nv__DetectLanguageResponse response;
-    frame.Check(soap_call_nv__DetectLanguage(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), domain.wire(), encoding_hint.wire(), language_hint.wire(), from_code.wire(),
-        &text, response));
-    frame.Warnings(response.error);
-    ThreadPrint(thread, "Output:\n");
-    ThreadPrint(thread, "Input Encoding Used:  %s\n",
-                response.encodingUsed ? response.encodingUsed->c_str() : "");
-    ThreadPrint(thread, "Language:             %s\n",
-                response.language ? response.language->c_str() : "");
-    ThreadPrint(thread, "Reliable:             %s\n",
-                !response.isReliable   ? "null"
-                : *response.isReliable ? "true"
-                                       : "false");
-    if (response.confidence) {
-      ThreadPrint(thread, "Confidence:           %f\n", *response.confidence);
-    } else {
-      ThreadPrint(thread, "Confidence:           null\n");
-    }
+    auto response = frame.Call(soap_call_nv__DetectLanguage, domain.wire(), encoding_hint.wire(),
+                               language_hint.wire(), from_code.wire(), &text);
+    PrintDetection(thread, response);
   });
 }
 
@@ -387,12 +386,8 @@ void CmdRecode(ExecThread& thread, ArgVector& args) {
 
     xsd__base64Binary text;
     SetPayload(frame.data(), text, bytes, "binary");
-    nv__RecodeResponse response;
-    frame.Check(soap_call_nv__Recode(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), from_lang.wire(), from_code.wire(), &to_encoding, &text, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__Recode, from_lang.wire(), from_code.wire(),
+                               &to_encoding, &text);
     if (!response.text) throw Exception("the reply carries no recoded text");
     std::string_view recoded = PayloadBytes(response.text);
     if (!SaveBinaryFile(thread, output, recoded)) return;

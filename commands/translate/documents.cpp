@@ -4,7 +4,6 @@
 #include <climits>
 #include <cstdio>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -72,6 +71,16 @@ struct DocumentRequest {
   std::string rules;                         // the rules text
   std::vector<std::string> documents;        // read from files
   std::vector<std::string_view> inline_docs;  // given on the line
+
+  /// What is sent: the documents read, then those on the line.
+  std::vector<std::string_view> Payloads() const {
+    std::vector<std::string_view> payloads(documents.begin(), documents.end());
+    payloads.insert(payloads.end(), inline_docs.begin(), inline_docs.end());
+    return payloads;
+  }
+  /// Drops the documents once sent, so that a large one is not held twice
+  /// while its translation comes in.
+  void Release() { std::vector<std::string>().swap(documents); }
 };
 
 // "type, encoding", or whichever of the two there is.
@@ -167,11 +176,17 @@ bool OutputDocument(ExecThread& thread, const xsd__base64Binary* data, const std
   return true;
 }
 
-// tran and tmulti share everything up to the call.
-void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
-  LocalData& data = Local(thread);
-  RequestFrame frame(thread, data.cachemark ? kDocumentCacheMarks : "");
-  DocumentRequest req;
+// Sends a request whose payloads may travel as DIME attachments.
+template <typename Operation, typename... Own>
+int SendDocuments(RequestFrame& frame, Operation operation, Own... own) {
+  DimeRequest dime(frame.data());
+  return frame.Send(operation, own...);
+}
+
+// Reads the command line of tran or tmulti and the files it names; false
+// (after the message) when it cannot.
+bool ReadDocumentRequest(RequestFrame& frame, ArgVector& args, bool multi, DocumentRequest& req) {
+  ExecThread& thread = frame.thread();
   bool ok = frame.Scan(multi ? kTmultiOptions : kTranOptions, args, [&](const OptionScanner& option) {
     switch (option.id()) {
       case kDocRules: req.rules_file = option.argument(); break;
@@ -184,14 +199,14 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
     }
     return true;
   });
-  if (!ok) return;
+  if (!ok) return false;
 
   const ArgVector& words = frame.positional();
   size_t next = 0;
   if (req.rules_file.empty()) {
     if (words.empty()) {
       ThreadPrint(thread, kMsgInvalidArgs);
-      return;
+      return false;
     }
     req.rules = words[next++];
   }
@@ -201,17 +216,22 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
   }
   if (next != words.size()) {
     ThreadPrint(thread, kMsgInvalidArgs);
-    return;
+    return false;
   }
   if (!req.rules_file.empty()) {
     std::string text;
-    if (!ReadFileData(thread, req.rules_file, text)) return;
+    if (!ReadFileData(thread, req.rules_file, text)) return false;
     req.rules = std::string(SkipUtf8Signature(text));
   }
   for (const std::string& path : req.indata_files) {
     req.documents.emplace_back();
-    if (!ReadFileData(thread, path, req.documents.back()) || !FitsRequest(thread, path, req.documents.back())) return;
+    if (!ReadFileData(thread, path, req.documents.back()) || !FitsRequest(thread, path, req.documents.back())) return false;
   }
+  return true;
+}
+
+void PrintDocumentHeader(RequestFrame& frame, const DocumentRequest& req, bool multi) {
+  ExecThread& thread = frame.thread();
   std::string type = multi || req.indata_files.empty() ? "" : InputTypeOf(req.indata_files.front());
   frame.PrintSelectKeys();
   // The request has no field for the input type; it travels as a select key,
@@ -229,69 +249,49 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
     if (!type.empty()) ThreadPrint(thread, "Input Type:   %s\n", type.c_str());
   }
   if (!req.outdata.empty()) ThreadPrint(thread, "Output File:  %s\n", req.outdata.c_str());
+}
 
-  struct soap* soap = frame.soap();
-  nv__EngineSelect* select_engine = req.noengine ? nullptr : frame.engine();
-  std::vector<std::string_view> payloads;
-  for (const std::string& d : req.documents) payloads.emplace_back(d);
-  payloads.insert(payloads.end(), req.inline_docs.begin(), req.inline_docs.end());
-  // The documents are released once sent, so that a large one is not held
-  // twice while its translation comes in.
-  auto release = [&] {
-    std::vector<std::string>().swap(req.documents);
-    payloads.clear();
-  };
-
-  if (!multi) {
-    nv__InputData input{};
-    xsd__base64Binary binary{};
-    nv__InputData* indata = nullptr;
-    if (!payloads.empty()) {
-      SetPayload(data, binary, payloads.front(), "indata");
-      input.data = &binary;
-      indata = &input;
-    }
-    nv__TranslateResponse r;
-    std::optional<DimeRequest> dime(std::in_place, data);
-    int status = soap_send_nv__Translate(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
-                                         frame.reqgroup(), frame.select(), select_engine, &req.rules, indata);
-    dime.reset();
-    release();
-    if (status == SOAP_OK) status = soap_recv_nv__Translate(soap, r);
-    frame.Check(status);
-    frame.Token(r.token);
-    frame.Warnings(r.error);
-    ThreadPrint(thread, "Input Encoding Used: %s\n", r.encodingUsed ? r.encodingUsed->c_str() : "");
-    if (r.outdata) {
-      std::string details = Details(r.outdata->type ? r.outdata->type : r.outtype,
-                                    r.outdata->outputEncoding ? r.outdata->outputEncoding : r.outputEncoding);
-      // Attachments belong beside a document that was saved.
-      if (!OutputDocument(thread, r.outdata->data, details, req.outdata)) return;
-    }
-    // The document's own attachments and the reply's are one set of files.
-    Attachments(thread, {r.outdata ? r.outdata->attachments : nullptr, r.attachments}, req.outdata);
-    PrintUnknownWords(thread, r.unknown);
-    return;
+// tran: one document, or none.
+void TranslateOne(RequestFrame& frame, DocumentRequest& req) {
+  ExecThread& thread = frame.thread();
+  std::vector<std::string_view> payloads = req.Payloads();
+  nv__InputData input{};
+  xsd__base64Binary binary{};
+  nv__InputData* indata = nullptr;
+  if (!payloads.empty()) {
+    SetPayload(frame.data(), binary, payloads.front(), "indata");
+    input.data = &binary;
+    indata = &input;
   }
+  int sent = SendDocuments(frame, soap_send_nv__Translate, &req.rules, indata);
+  req.Release();
+  auto r = frame.Receive(soap_recv_nv__Translate, sent);
+  ThreadPrint(thread, "Input Encoding Used: %s\n", r.encodingUsed ? r.encodingUsed->c_str() : "");
+  if (r.outdata) {
+    std::string details = Details(r.outdata->type ? r.outdata->type : r.outtype,
+                                  r.outdata->outputEncoding ? r.outdata->outputEncoding : r.outputEncoding);
+    // Attachments belong beside a document that was saved.
+    if (!OutputDocument(thread, r.outdata->data, details, req.outdata)) return;
+  }
+  // The document's own attachments and the reply's are one set of files.
+  Attachments(thread, {r.outdata ? r.outdata->attachments : nullptr, r.attachments}, req.outdata);
+  PrintUnknownWords(thread, r.unknown);
+}
 
+// tmulti: any number of documents.
+void TranslateMany(RequestFrame& frame, DocumentRequest& req) {
+  ExecThread& thread = frame.thread();
+  std::vector<std::string_view> payloads = req.Payloads();
   nv__InputDataArray inputs;
   std::vector<xsd__base64Binary> binaries(payloads.size());
   for (size_t i = 0; i < payloads.size(); ++i) {
-    SetPayload(data, binaries[i], payloads[i], "indata");
+    SetPayload(frame.data(), binaries[i], payloads[i], "indata");
     inputs.item.emplace_back();
     inputs.item.back().data = &binaries[i];
   }
-  nv__TranslateMultiResponse r;
-  std::optional<DimeRequest> dime(std::in_place, data);
-  int status = soap_send_nv__TranslateMulti(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
-                                            frame.reqgroup(), frame.select(), select_engine, &req.rules,
-                                            &inputs);
-  dime.reset();
-  release();
-  if (status == SOAP_OK) status = soap_recv_nv__TranslateMulti(soap, r);
-  frame.Check(status);
-  frame.Token(r.token);
-  frame.Warnings(r.error);
+  int sent = SendDocuments(frame, soap_send_nv__TranslateMulti, &req.rules, &inputs);
+  req.Release();
+  auto r = frame.Receive(soap_recv_nv__TranslateMulti, sent);
   if (r.outdata) {
     for (size_t i = 0; i < r.outdata->item.size(); ++i) {
       const nv__OutputData& out = r.outdata->item[i];
@@ -303,6 +303,20 @@ void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
     }
   }
   PrintUnknownWords(thread, r.unknown);
+}
+
+// tran and tmulti share everything up to the call.
+void TranslateDocuments(ExecThread& thread, ArgVector& args, bool multi) {
+  RequestFrame frame(thread, Local(thread).cachemark ? kDocumentCacheMarks : "");
+  DocumentRequest req;
+  if (!ReadDocumentRequest(frame, args, multi, req)) return;
+  PrintDocumentHeader(frame, req, multi);
+  if (req.noengine) frame.OmitEngine();
+  if (multi) {
+    TranslateMany(frame, req);
+  } else {
+    TranslateOne(frame, req);
+  }
 }
 
 void CmdTran(ExecThread& thread, ArgVector& args) {
@@ -343,22 +357,13 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
     ThreadPrint(thread, "XSLT File:    %s (%d bytes)\n", transform.c_str(), static_cast<int>(xslt.size()));
     ThreadPrint(thread, "XML File:     %s (%d bytes)\n", input.c_str(), static_cast<int>(xml.size()));
 
-    struct soap* soap = frame.soap();
     xsd__base64Binary xml_data{}, xslt_data{};
     SetPayload(data, xml_data, xml, "orgXml");
     SetPayload(data, xslt_data, xslt, "orgXslt");
-    nv__TranslateXmlResponse r;
-    std::optional<DimeRequest> dime(std::in_place, data);
-    int status = soap_send_nv__TranslateXml(soap, frame.endpoint(), "", frame.licence(), frame.clientid(),
-                                            frame.reqgroup(), frame.select(), frame.engine(),
-                                            &xml_data, &xslt_data);
-    dime.reset();
+    int sent = SendDocuments(frame, soap_send_nv__TranslateXml, &xml_data, &xslt_data);
     std::string().swap(xml);
     std::string().swap(xslt);
-    if (status == SOAP_OK) status = soap_recv_nv__TranslateXml(soap, r);
-    frame.Check(status);
-    frame.Token(r.token);
-    frame.Warnings(r.error);
+    auto r = frame.Receive(soap_recv_nv__TranslateXml, sent);
     if (r.docError && !r.docError->item.empty()) {
       ThreadPrint(thread, "Document errors:\n");
       for (const nv__DocError& e : r.docError->item) {

@@ -127,144 +127,164 @@ void AddRewriteRule(ExecThread& thread, const std::string& rule, std::vector<Rul
   rules.push_back({tags, rule.substr(equals + 1)});
 }
 
+// What html reads from its command line, and the page it translates.
+struct HtmlRequest {
+  std::string style, from_code, target_frame, instring, infile, outfile, downfile;
+  bool has_style = false, has_from_code = false, has_target = false, has_instring = false;
+  bool down_if_not_exist = false;
+  std::vector<Rule> rules;
+  std::string base_url;
+  std::string document, encoding;
+  Download download;
+  bool downloaded = false;
+};
+
+bool ScanHtmlOptions(RequestFrame& frame, ArgVector& args, HtmlRequest& req) {
+  ExecThread& thread = frame.thread();
+  bool ok = frame.Scan(kHtmlOptions, args, [&](const OptionScanner& option) {
+    std::string value = option.argument() ? option.argument() : "";
+    switch (option.id()) {
+      case kHtmlStyle:
+        req.style = value;
+        req.has_style = true;
+        break;
+      case kHtmlFromCode:
+        req.from_code = value;
+        req.has_from_code = true;
+        break;
+      case kHtmlTarget:
+        req.target_frame = value;
+        req.has_target = true;
+        break;
+      case kHtmlRewrite:
+        AddRewriteRule(thread, value, req.rules);
+        break;
+      case kHtmlInstring:
+        req.instring = value;
+        req.has_instring = true;
+        break;
+      case kHtmlInfile:
+        req.infile = value;
+        break;
+      case kHtmlOutfile:
+        req.outfile = value;
+        break;
+      case kHtmlDownfile:
+        req.downfile = value;
+        break;
+      case kHtmlDownIfNotExist:
+        req.down_if_not_exist = true;
+        break;
+    }
+    return true;
+  });
+  if (!ok || !frame.ExpectPositional(0, 1)) return false;
+  req.base_url = frame.positional().empty() ? "" : frame.positional()[0];
+  return true;
+}
+
+// The page: the -instring text, a downloaded page or a file.
+bool LoadHtmlDocument(RequestFrame& frame, HtmlRequest& req) {
+  ExecThread& thread = frame.thread();
+  req.encoding = req.from_code;
+  if (req.has_instring) {
+    req.document = req.instring;
+    req.encoding = "UTF-8";
+    frame.AddSelectKey("nodetect fragment tag= txnonly");
+    return true;
+  }
+  if (req.base_url.empty() && req.infile.empty()) {
+    ThreadPrint(thread, kMsgInvalidArgs);
+    return false;
+  }
+  std::string down_target;
+  if (!req.base_url.empty() && req.down_if_not_exist && !req.infile.empty() &&
+      !FileExists(req.infile.c_str())) {
+    req.downloaded = true;
+    down_target = req.infile;
+  } else if (!req.base_url.empty() && req.infile.empty()) {
+    req.downloaded = true;
+    down_target = req.downfile;
+  }
+  if (req.downloaded) {
+    if (!DownloadUrl(thread, req.base_url, down_target, req.download)) return false;
+    req.infile = req.download.file;
+    if (!req.has_from_code) req.encoding = req.download.charset;
+  }
+  bool read = ReadFileData(thread, req.infile, req.document);
+  // A page fetched only for this command is not kept; its translation is.
+  if (req.download.temporary) remove(req.infile.c_str());
+  return read;
+}
+
+void PrintHtmlHeader(RequestFrame& frame, const HtmlRequest& req) {
+  ExecThread& thread = frame.thread();
+  frame.PrintSelectKeys();
+  ThreadPrint(thread, "Input:\n");
+  if (!req.base_url.empty()) ThreadPrint(thread, "  Base URL:   %s\n", req.base_url.c_str());
+  if (req.downloaded) {
+    ThreadPrint(thread, "  URL:        %s\n", req.base_url.c_str());
+    ThreadPrint(thread, "  Content:    %s\n", req.download.content_type.c_str());
+  }
+  if (!req.has_instring) {
+    ThreadPrint(thread, "  File:       %s (%d bytes)\n", req.infile.c_str(),
+                static_cast<int>(req.document.size()));
+  } else {
+    ThreadPrint(thread, "  Data:       %s\n", req.document.c_str());
+  }
+  if (req.has_target) ThreadPrint(thread, "  Target:     %s\n", req.target_frame.c_str());
+  if (!req.encoding.empty()) ThreadPrint(thread, "  Encoding:   %s\n", req.encoding.c_str());
+  ThreadPrint(thread, "\n");
+  if (!req.rules.empty()) {
+    ThreadPrint(thread, "  Rewrite rules:\n");
+    for (const Rule& rule : req.rules) {
+      ThreadPrint(thread, "    %s = %s\n", RewriteTagNames(rule.tags).c_str(),
+                  rule.url_template.c_str());
+    }
+  }
+}
+
+void TranslatePage(RequestFrame& frame, HtmlRequest& req) {
+  ExecThread& thread = frame.thread();
+  nv__UrlRewriteArray rewrite;
+  for (Rule& rule : req.rules) {
+    nv__UrlRewrite item;
+    item.tags = rule.tags;
+    item.urlTemplate = &rule.url_template;
+    rewrite.item.push_back(item);
+  }
+  xsd__base64Binary binary;
+  SetPayload(frame.data(), binary, req.document, "binary");
+  auto response = frame.Call(soap_call_nv__TranslateHtml, req.has_style ? &req.style : nullptr,
+                             req.base_url.empty() ? nullptr : &req.base_url,
+                             req.encoding.empty() ? nullptr : &req.encoding,
+                             req.has_target ? &req.target_frame : nullptr,
+                             req.rules.empty() ? nullptr : &rewrite, &binary);
+  if (!response.document) throw Exception("the reply carries no translated document");
+  std::string_view translated = PayloadBytes(response.document);
+  const char* used = response.encodingUsed ? response.encodingUsed->c_str() : "";
+  if (req.has_instring) {
+    ThreadPrint(thread, "Input Encoding Used: %s\n", used);
+    ThreadPrint(thread, "Output Data: %.*s\n", static_cast<int>(translated.size()),
+                translated.data());
+  } else {
+    std::string out_name = req.outfile.empty() ? HtmlOutputName(req.infile) : req.outfile;
+    if (!SaveBinaryFile(thread, out_name, translated)) return;
+    ThreadPrint(thread, "Input Encoding Used: %s\n", used);
+    ThreadPrint(thread, "Output File: %s (%d bytes)\n", out_name.c_str(),
+                static_cast<int>(translated.size()));
+  }
+  PrintUnknownWords(thread, response.unknown);
+}
+
 void CmdHtml(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdHtml, args, true)) return;
   RunGuarded(thread, [&] {
-    LocalData& data = Local(thread);
-    RequestFrame frame(thread, data.cachemark ? " txncachemark htmlcachemark" : "");
-    std::string style, from_code, target_frame, instring, infile, outfile, downfile;
-    bool has_style = false, has_from_code = false, has_target = false, has_instring = false;
-    bool down_if_not_exist = false;
-    std::vector<Rule> rules;
-    bool ok = frame.Scan(kHtmlOptions, args, [&](const OptionScanner& option) {
-      std::string value = option.argument() ? option.argument() : "";
-      switch (option.id()) {
-        case kHtmlStyle:
-          style = value;
-          has_style = true;
-          break;
-        case kHtmlFromCode:
-          from_code = value;
-          has_from_code = true;
-          break;
-        case kHtmlTarget:
-          target_frame = value;
-          has_target = true;
-          break;
-        case kHtmlRewrite:
-          AddRewriteRule(thread, value, rules);
-          break;
-        case kHtmlInstring:
-          instring = value;
-          has_instring = true;
-          break;
-        case kHtmlInfile:
-          infile = value;
-          break;
-        case kHtmlOutfile:
-          outfile = value;
-          break;
-        case kHtmlDownfile:
-          downfile = value;
-          break;
-        case kHtmlDownIfNotExist:
-          down_if_not_exist = true;
-          break;
-      }
-      return true;
-    });
-    if (!ok || !frame.ExpectPositional(0, 1)) return;
-    std::string base_url = frame.positional().empty() ? "" : frame.positional()[0];
-
-    std::string document, encoding = from_code;
-    Download download;
-    bool downloaded = false;
-    if (has_instring) {
-      document = instring;
-      encoding = "UTF-8";
-      frame.AddSelectKey("nodetect fragment tag= txnonly");
-    } else {
-      if (base_url.empty() && infile.empty()) {
-        ThreadPrint(thread, kMsgInvalidArgs);
-        return;
-      }
-      std::string down_target;
-      if (!base_url.empty() && down_if_not_exist && !infile.empty() &&
-          !FileExists(infile.c_str())) {
-        downloaded = true;
-        down_target = infile;
-      } else if (!base_url.empty() && infile.empty()) {
-        downloaded = true;
-        down_target = downfile;
-      }
-      if (downloaded) {
-        if (!DownloadUrl(thread, base_url, down_target, download)) return;
-        infile = download.file;
-        if (!has_from_code) encoding = download.charset;
-      }
-      bool read = ReadFileData(thread, infile, document);
-      // A page fetched only for this command is not kept; its translation is.
-      if (download.temporary) remove(infile.c_str());
-      if (!read) return;
-    }
-
-    frame.PrintSelectKeys();
-    ThreadPrint(thread, "Input:\n");
-    if (!base_url.empty()) ThreadPrint(thread, "  Base URL:   %s\n", base_url.c_str());
-    if (downloaded) {
-      ThreadPrint(thread, "  URL:        %s\n", base_url.c_str());
-      ThreadPrint(thread, "  Content:    %s\n", download.content_type.c_str());
-    }
-    if (!has_instring) {
-      ThreadPrint(thread, "  File:       %s (%d bytes)\n", infile.c_str(),
-                  static_cast<int>(document.size()));
-    } else {
-      ThreadPrint(thread, "  Data:       %s\n", document.c_str());
-    }
-    if (has_target) ThreadPrint(thread, "  Target:     %s\n", target_frame.c_str());
-    if (!encoding.empty()) ThreadPrint(thread, "  Encoding:   %s\n", encoding.c_str());
-    ThreadPrint(thread, "\n");
-    if (!rules.empty()) {
-      ThreadPrint(thread, "  Rewrite rules:\n");
-      for (const Rule& rule : rules) {
-        ThreadPrint(thread, "    %s = %s\n", RewriteTagNames(rule.tags).c_str(),
-                    rule.url_template.c_str());
-      }
-    }
-
-    nv__UrlRewriteArray rewrite;
-    for (Rule& rule : rules) {
-      nv__UrlRewrite item;
-      item.tags = rule.tags;
-      item.urlTemplate = &rule.url_template;
-      rewrite.item.push_back(item);
-    }
-    xsd__base64Binary binary;
-    SetPayload(data, binary, document, "binary");
-    nv__TranslateHtmlResponse response;
-    frame.Check(soap_call_nv__TranslateHtml(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), frame.engine(), has_style ? &style : nullptr,
-        base_url.empty() ? nullptr : &base_url, encoding.empty() ? nullptr : &encoding,
-        has_target ? &target_frame : nullptr, rules.empty() ? nullptr : &rewrite, &binary,
-        response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
-    if (!response.document) throw Exception("the reply carries no translated document");
-    std::string_view translated = PayloadBytes(response.document);
-    const char* used = response.encodingUsed ? response.encodingUsed->c_str() : "";
-    if (has_instring) {
-      ThreadPrint(thread, "Input Encoding Used: %s\n", used);
-      ThreadPrint(thread, "Output Data: %.*s\n", static_cast<int>(translated.size()),
-                  translated.data());
-    } else {
-      std::string out_name = outfile.empty() ? HtmlOutputName(infile) : outfile;
-      if (!SaveBinaryFile(thread, out_name, translated)) return;
-      ThreadPrint(thread, "Input Encoding Used: %s\n", used);
-      ThreadPrint(thread, "Output File: %s (%d bytes)\n", out_name.c_str(),
-                  static_cast<int>(translated.size()));
-    }
-    PrintUnknownWords(thread, response.unknown);
+    RequestFrame frame(thread, Local(thread).cachemark ? " txncachemark htmlcachemark" : "");
+    HtmlRequest req;
+    if (!ScanHtmlOptions(frame, args, req) || !LoadHtmlDocument(frame, req)) return;
+    PrintHtmlHeader(frame, req);
+    TranslatePage(frame, req);
   });
 }
 

@@ -91,13 +91,8 @@ void CmdLookup(ExecThread& thread, ArgVector& args) {
     std::string word = frame.positional()[0];
     frame.PrintSelectKeys();
     ThreadPrint(thread, "Headword:     %s\n\n", word.c_str());
-    nv__LookupFormattedResponse response;
-    frame.Check(soap_call_nv__LookupFormatted(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), display_lang.empty() ? nullptr : &display_lang, frame.engine(), &word,
-        response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__LookupFormatted,
+                               display_lang.empty() ? nullptr : &display_lang, &word);
     if (response.definition) ThreadPrint(thread, "%s", response.definition->c_str());
   });
 }
@@ -116,12 +111,7 @@ void CmdLookupEntry(ExecThread& thread, ArgVector& args) {
     frame.PrintSelectKeys();
     PrintColumns(thread, words.item, "Words:        ", std::string(14, ' '));
     ThreadPrint(thread, "\n");
-    nv__LookupEntryResponse response;
-    frame.Check(soap_call_nv__LookupEntry(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                          frame.clientid(), frame.reqgroup(), frame.select(),
-                                          frame.engine(), &words, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__LookupEntry, &words);
     if (!response.entries || response.entries->item.empty()) {
       ThreadPrint(thread, "No entries.\n");
       return;

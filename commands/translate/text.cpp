@@ -51,8 +51,8 @@ constexpr char kMemoryEngine[] = "QZ-TM";
 const char* CacheMark(ExecThread& thread) { return Local(thread).cachemark ? " txncachemark" : ""; }
 
 // text and utext differ only in the operation they call.
-template <class Response, class Call>
-void RunText(ExecThread& thread, ArgVector& args, const OptionDef* table, Call call) {
+template <class Operation>
+void RunText(ExecThread& thread, ArgVector& args, const OptionDef* table, Operation operation) {
   RunGuarded(thread, [&] {
     RequestFrame frame(thread, CacheMark(thread));
     TextInput input;
@@ -74,10 +74,7 @@ void RunText(ExecThread& thread, ArgVector& args, const OptionDef* table, Call c
     if (!input.OpenOutput(thread)) return;
     print.memory = frame.eid() == kMemoryEngine;
 
-    Response response;
-    frame.Check(call(frame, blocks, response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(operation, blocks);
     const nv__TranslationBlockArray* received = response.blocks;
     if (input.has_output()) {
       size_t count = CheckBlockCount(thread, blocks->item.size(), received ? received->item.size() : 0);
@@ -93,25 +90,12 @@ void RunText(ExecThread& thread, ArgVector& args, const OptionDef* table, Call c
 
 void CmdText(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdText, args, true)) return;
-  RunText<nv__TranslateTextResponse>(
-      thread, args, kTextOptions,
-      [](RequestFrame& frame, nv__SourceBlockArray* blocks, nv__TranslateTextResponse& r) {
-        return soap_call_nv__TranslateText(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                           frame.clientid(), frame.reqgroup(), frame.select(),
-                                           frame.engine(), blocks, r);
-      });
+  RunText(thread, args, kTextOptions, soap_call_nv__TranslateText);
 }
 
 void CmdUtext(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdUtext, args, true)) return;
-  RunText<nv__TranslateTextUpdateResponse>(
-      thread, args, kUtextOptions,
-      [](RequestFrame& frame, nv__SourceBlockArray* blocks, nv__TranslateTextUpdateResponse& r) {
-        return soap_call_nv__TranslateTextUpdate(frame.soap(), frame.endpoint(), "",
-                                                 frame.licence(), frame.clientid(),
-                                                 frame.reqgroup(), frame.select(), frame.engine(),
-                                                 blocks, r);
-      });
+  RunText(thread, args, kUtextOptions, soap_call_nv__TranslateTextUpdate);
 }
 
 void CmdStext(ExecThread& thread, ArgVector& args) {
@@ -132,13 +116,8 @@ void CmdStext(ExecThread& thread, ArgVector& args) {
     frame.PrintEngine();
     ThreadPrint(thread, "\n");
 
-    nv__TranslateTextSimpleResponse response;
-    frame.Check(soap_call_nv__TranslateTextSimple(
-        frame.soap(), frame.endpoint(), "", frame.licence(), frame.clientid(), frame.reqgroup(),
-        frame.select(), frame.engine(), &block.text, block.track.empty() ? nullptr : &block.track,
-        response));
-    frame.Token(response.token);
-    frame.Warnings(response.error);
+    auto response = frame.Call(soap_call_nv__TranslateTextSimple, &block.text,
+                               block.track.empty() ? nullptr : &block.track);
     std::string translation = response.text ? *response.text : "";
     PrintWrapped(thread, block.text, "  org: ", "     : ");
     PrintWrapped(thread, translation, "  txn: ", "     : ");

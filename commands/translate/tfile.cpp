@@ -144,6 +144,78 @@ double Seconds(std::chrono::steady_clock::time_point since) {
   return std::chrono::duration<double>(std::chrono::steady_clock::now() - since).count();
 }
 
+// Sends the lines of a batch that have text; the results, one a line sent.
+const nv__TranslationBlockArray* SendBatch(RequestFrame& frame, const TfileRun& run,
+                                           const std::string& path, tfile::Batch& batch) {
+  ExecThread& thread = frame.thread();
+  ThreadPrint(thread, "File: %s, sending lines %d - %d\n", path.c_str(), static_cast<int>(batch.first_sent),
+              static_cast<int>(batch.last_sent));
+  nv__SourceBlockArray blocks;
+  blocks.item.resize(batch.sent);
+  size_t i = 0;
+  for (tfile::Line& line : batch.lines) {
+    if (line.send) blocks.item[i++].text = &line.text;
+  }
+  auto asked = std::chrono::steady_clock::now();
+  auto response = frame.Call(soap_call_nv__TranslateText, &blocks);
+  if (run.timing) ThreadPrint(thread, "Time: %.3f secs\n", Seconds(asked));
+  const nv__TranslationBlockArray* results = response.blocks;
+  size_t got = results ? results->item.size() : 0;
+  if (got != batch.sent) {
+    throw Exception("the server answered " + std::to_string(got) + " blocks for " +
+                    std::to_string(batch.sent) + " lines");
+  }
+  return results;
+}
+
+// The translation of one line into text; what went wrong, or "".
+std::string LineStatus(const nv__TranslationBlock& block, std::string& text) {
+  std::string status;
+  if (block.error) {
+    status = *block.error;
+    // The message stays on its line of the output.
+    for (char& c : status) {
+      if (c == '\r' || c == '\n' || c == '\t') c = ' ';
+    }
+  } else if (!BuildTranslation(block, text)) {
+    status = "no translation";
+  }
+  return status;
+}
+
+void WriteDictionaryRows(ExecThread& thread, const TfileRun& run, const tfile::Line& line,
+                         const nv__TranslationBlock& block, OutputFile& dic, std::string& rows) {
+  if (!dic.is_open() || !block.parts) return;
+  for (const nv__TranslationPart* part : block.parts->item) {
+    auto* engine_part = dynamic_cast<const nv__TranslationPartEngine*>(part);
+    if (!engine_part || !engine_part->dicinfo) continue;
+    rows.clear();
+    if (!tfile::AppendDictionaryRows(rows, line.number, line.text, *engine_part->dicinfo,
+                                     run.keep_did, run.selection.escape)) {
+      ThreadPrint(thread, "Invalid dictionary info on line %u: %s\n", line.number,
+                  engine_part->dicinfo->c_str());
+    }
+    dic.Write(rows);
+  }
+}
+
+// Opens the output files of an input and names them.
+bool OpenOutputs(ExecThread& thread, const TfileRun& run, const std::string& path, OutputFile& txn,
+                 OutputFile& org, OutputFile& dic) {
+  if (!txn.Open(thread, tfile::OutputName(path, "txn", run.suffix, run.outdir), kUtf8Signature)) return false;
+  if (run.orgtext && !org.Open(thread, tfile::OutputName(path, "org", run.suffix, run.outdir), kUtf8Signature)) return false;
+  if (run.dictionary &&
+      !dic.Open(thread, tfile::OutputName(path, "dic", run.suffix, run.outdir), tfile::kDictionaryHeader)) {
+    return false;
+  }
+  ThreadPrint(thread, "Input File:   %s\n", path.c_str());
+  for (const OutputFile* out : {&txn, &org, &dic}) {
+    if (out->is_open()) ThreadPrint(thread, "Output File:  %s\n", out->path().c_str());
+  }
+  ThreadPrint(thread, "\n");
+  return true;
+}
+
 // Translates one input file into its output files.
 void TranslateFile(RequestFrame& frame, const TfileRun& run,
                    const std::string& path) {
@@ -155,17 +227,7 @@ void TranslateFile(RequestFrame& frame, const TfileRun& run,
     return;
   }
   OutputFile txn, org, dic;
-  if (!txn.Open(thread, tfile::OutputName(path, "txn", run.suffix, run.outdir), kUtf8Signature)) return;
-  if (run.orgtext && !org.Open(thread, tfile::OutputName(path, "org", run.suffix, run.outdir), kUtf8Signature)) return;
-  if (run.dictionary &&
-      !dic.Open(thread, tfile::OutputName(path, "dic", run.suffix, run.outdir), tfile::kDictionaryHeader)) {
-    return;
-  }
-  ThreadPrint(thread, "Input File:   %s\n", path.c_str());
-  for (const OutputFile* out : {&txn, &org, &dic}) {
-    if (out->is_open()) ThreadPrint(thread, "Output File:  %s\n", out->path().c_str());
-  }
-  ThreadPrint(thread, "\n");
+  if (!OpenOutputs(thread, run, path, txn, org, dic)) return;
 
   auto started = std::chrono::steady_clock::now();
   unsigned sent = 0, requests = 0, failed = 0;
@@ -175,29 +237,8 @@ void TranslateFile(RequestFrame& frame, const TfileRun& run,
   try {
     while (batcher.Next(batch)) {
       const nv__TranslationBlockArray* results = nullptr;
-      nv__TranslateTextResponse response;
       if (batch.sent) {
-        ThreadPrint(thread, "File: %s, sending lines %d - %d\n", path.c_str(), static_cast<int>(batch.first_sent),
-                    static_cast<int>(batch.last_sent));
-        nv__SourceBlockArray blocks;
-        blocks.item.resize(batch.sent);
-        size_t i = 0;
-        for (tfile::Line& line : batch.lines) {
-          if (line.send) blocks.item[i++].text = &line.text;
-        }
-        auto asked = std::chrono::steady_clock::now();
-        frame.Check(soap_call_nv__TranslateText(frame.soap(), frame.endpoint(), "", frame.licence(),
-                                                frame.clientid(), frame.reqgroup(), frame.select(),
-                                                frame.engine(), &blocks, response));
-        frame.Token(response.token);
-        frame.Warnings(response.error);
-        if (run.timing) ThreadPrint(thread, "Time: %.3f secs\n", Seconds(asked));
-        results = response.blocks;
-        size_t got = results ? results->item.size() : 0;
-        if (got != batch.sent) {
-          throw Exception("the server answered " + std::to_string(got) + " blocks for " +
-                          std::to_string(batch.sent) + " lines");
-        }
+        results = SendBatch(frame, run, path, batch);
         ++requests;
         sent += batch.sent;
       }
@@ -207,32 +248,12 @@ void TranslateFile(RequestFrame& frame, const TfileRun& run,
         text.clear();
         if (line.send) {
           const nv__TranslationBlock& block = results->item[i++];
-          if (block.error) {
-            status = *block.error;
-            // The message stays on its line of the output.
-            for (char& c : status) {
-              if (c == '\r' || c == '\n' || c == '\t') c = ' ';
-            }
-          } else if (!BuildTranslation(block, text)) {
-            status = "no translation";
-          }
+          status = LineStatus(block, text);
           if (!status.empty()) {
             ++failed;
             text.clear();
           }
-          if (dic.is_open() && block.parts) {
-            for (const nv__TranslationPart* part : block.parts->item) {
-              auto* engine_part = dynamic_cast<const nv__TranslationPartEngine*>(part);
-              if (!engine_part || !engine_part->dicinfo) continue;
-              rows.clear();
-              if (!tfile::AppendDictionaryRows(rows, line.number, line.text, *engine_part->dicinfo,
-                                               run.keep_did, run.selection.escape)) {
-                ThreadPrint(thread, "Invalid dictionary info on line %u: %s\n", line.number,
-                            engine_part->dicinfo->c_str());
-              }
-              dic.Write(rows);
-            }
-          }
+          WriteDictionaryRows(thread, run, line, block, dic, rows);
         }
         // An empty line was not sent: it has no status and stays empty.
         if (run.errors && line.send) txn.Write(status.empty() ? "OK\t" : "ERROR: " + status + "\t");
