@@ -43,7 +43,7 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
   const char* const* rest = nullptr;  // the words after "--"
   while (scanner.Next()) {
     if (scanner.error() != kOptOk) {
-      ThreadPrint(thread_, kMsgInvalidArg, scanner.text());
+      Fail(thread_, kMsgInvalidArg, scanner.text());
       return false;
     }
     switch (scanner.id()) {
@@ -66,7 +66,7 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
         }
         size_t equals = text.find('=');
         if (equals == std::string::npos) {
-          ThreadPrint(thread_, "Invalid property: %s\n", text.c_str());
+          Fail(thread_, "Invalid property: %s\n", text.c_str());
           return false;
         }
         std::string key = text.substr(0, equals);
@@ -98,7 +98,7 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
       default:
         if (own && !own(scanner)) return false;
         if (!own) {
-          ThreadPrint(thread_, kMsgInvalidArg, scanner.text());
+          Fail(thread_, kMsgInvalidArg, scanner.text());
           return false;
         }
     }
@@ -111,7 +111,7 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
 
 bool RequestFrame::ExpectPositional(size_t min, size_t max) {
   if (positional_.size() >= min && positional_.size() <= max) return true;
-  ThreadPrint(thread_, kMsgInvalidArgs);
+  Fail(thread_, kMsgInvalidArgs);
   return false;
 }
 

@@ -73,7 +73,7 @@ void CmdProfile(ExecThread& thread, ArgVector& args) {
         case kProfileAdd: {
           size_t equals = arg.find('=');
           if (equals == std::string::npos) {
-            ThreadPrint(thread, "Invalid property: %s\n", arg.c_str());
+            Fail(thread, "Invalid property: %s\n", arg.c_str());
             return false;
           }
           std::string key = arg.substr(0, equals);
@@ -86,7 +86,7 @@ void CmdProfile(ExecThread& thread, ArgVector& args) {
         case kProfileDisplay:
           displays.emplace_back();
           if (!ReadDisplayText(thread, arg.c_str(), displays.back())) {
-            ThreadPrint(thread, "Invalid display text: %s\n", arg.c_str());
+            Fail(thread, "Invalid display text: %s\n", arg.c_str());
             return false;
           }
           break;
@@ -95,7 +95,7 @@ void CmdProfile(ExecThread& thread, ArgVector& args) {
     });
     if (!ok) return;
     if (frame.positional().empty()) {
-      ThreadPrint(thread, "Invalid arguments. Profile must be supplied.\n");
+      Fail(thread, "Invalid arguments. Profile must be supplied.\n");
       return;
     }
     if (!frame.ExpectPositional(1, 1)) return;

@@ -38,7 +38,7 @@ bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data
   // A directory opens here but not on every platform, and its "size" is no
   // size to reserve: it counts as a file that cannot be opened.
   if (!file || fstat(fileno(file.get()), &info) != 0 || S_ISDIR(info.st_mode)) {
-    ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
+    Fail(thread, "Unable to open file: %s\n", path.c_str());
     return false;
   }
   // Size the buffer from a regular file; read until the end either way.
@@ -48,7 +48,7 @@ bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data
   while ((got = fread(buffer, 1, sizeof buffer, file.get())) > 0) data.append(buffer, got);
   if (ferror(file.get())) {
     data.clear();
-    ThreadPrint(thread, "Failed to read file data\n");
+    Fail(thread, "Failed to read file data\n");
     return false;
   }
   return true;
@@ -64,8 +64,8 @@ namespace {
 bool WriteParts(ExecThread& thread, const std::string& path, std::string_view head, std::string_view body) {
   switch (WriteWholeFile(path, head, body)) {
     case WriteResult::kOk: return true;
-    case WriteResult::kOpenFailed: ThreadPrint(thread, "Unable to open file: %s\n", path.c_str()); break;
-    case WriteResult::kWriteFailed: ThreadPrint(thread, "Failed to write file data: %s\n", path.c_str()); break;
+    case WriteResult::kOpenFailed: Fail(thread, "Unable to open file: %s\n", path.c_str()); break;
+    case WriteResult::kWriteFailed: Fail(thread, "Failed to write file data: %s\n", path.c_str()); break;
   }
   return false;
 }
@@ -82,7 +82,7 @@ bool WriteFileData(ExecThread& thread, const std::string& path, std::string_view
 
 bool SaveBinaryFile(ExecThread& thread, const std::string& path, std::string_view body) {
   if (WriteWholeFile(path, {}, body) == WriteResult::kOk) return true;
-  ThreadPrint(thread, "Unable to save binary data to file: %s\n", path.c_str());
+  Fail(thread, "Unable to save binary data to file: %s\n", path.c_str());
   return false;
 }
 

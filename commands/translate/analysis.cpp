@@ -262,7 +262,7 @@ void CmdDlang(ExecThread& thread, ArgVector& args) {
     });
     if (!ok) return;
     if (file.given && !frame.positional().empty()) {
-      ThreadPrint(thread, "File language detection cannot have other texts specified.\n");
+      Fail(thread, "File language detection cannot have other texts specified.\n");
       return;
     }
     if (!file.given && !frame.ExpectPositional(1, 1)) return;

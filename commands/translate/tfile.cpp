@@ -98,7 +98,7 @@ class OutputFile {
     path_ = path;
     file_ = fopen(path.c_str(), "wb");
     if (!file_) {
-      ThreadPrint(thread, "Failed to create output file: %s\n", path.c_str());
+      Fail(thread, "Failed to create output file: %s\n", path.c_str());
       return false;
     }
     Write(head);
@@ -120,7 +120,7 @@ class OutputFile {
     file_ = nullptr;
     if (!ok) {
       remove(path_.c_str());
-      ThreadPrint(thread, "Failed to write output file: %s\n", path_.c_str());
+      Fail(thread, "Failed to write output file: %s\n", path_.c_str());
     }
     return ok;
   }
@@ -154,7 +154,7 @@ void TranslateFile(RequestFrame& frame, const TfileRun& run,
   std::ifstream in;
   if (stat(path.c_str(), &info) == 0 && !S_ISDIR(info.st_mode)) in.open(path, std::ios::binary);
   if (!in.is_open()) {
-    ThreadPrint(thread, "Failed to open file: %s\n", path.c_str());
+    Fail(thread, "Failed to open file: %s\n", path.c_str());
     return;
   }
   OutputFile txn, org, dic;
@@ -295,13 +295,13 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
           break;
         case kTfBlocks:
           if (!ReadCount(value, 1, run.selection.blocks)) {
-            ThreadPrint(thread, "Invalid block count: %s\n", value);
+            Fail(thread, "Invalid block count: %s\n", value);
             return false;
           }
           break;
         case kTfLines:
           if (!tfile::ParseLineRange(value, run.selection.first, run.selection.last)) {
-            ThreadPrint(thread, "Invalid line range: %s\n", value);
+            Fail(thread, "Invalid line range: %s\n", value);
             return false;
           }
           break;
@@ -314,7 +314,7 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
         case kTfDid: {
           unsigned did = 0;
           if (!ReadCount(value, 0, did)) {
-            ThreadPrint(thread, "Invalid dictionary ID: %s\n", value);
+            Fail(thread, "Invalid dictionary ID: %s\n", value);
             return false;
           }
           ask_dicinfo();
@@ -326,7 +326,7 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
         case kTfFlush: run.flush = true; break;
         case kTfSkip:
           if (!ReadCount(value, 0, run.selection.skip)) {
-            ThreadPrint(thread, "Invalid skip count: %s\n", value);
+            Fail(thread, "Invalid skip count: %s\n", value);
             return false;
           }
           break;
@@ -343,7 +343,7 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
     }
     globfree(&found);
     if (files.empty()) {
-      ThreadPrint(thread, "Invalid arguments. No matching files found.\n");
+      Fail(thread, "Invalid arguments. No matching files found.\n");
       return;
     }
     if (!run.outdir.empty()) mkdir(run.outdir.c_str(), 0777);
