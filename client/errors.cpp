@@ -92,13 +92,13 @@ int FaultStatus(struct soap* soap, int status) {
 
 }  // namespace
 
-void Exception::Print(ExecThread& thread) const { ThreadPrint(thread, "FAILED: %s.\n", message_.c_str()); }
+void Exception::Print(ExecThread& thread) const { Fail(thread, "FAILED: %s.\n", message_.c_str()); }
 
 SoapException::SoapException(std::string err, std::string msg, Items items)
     : Exception(err + ": " + msg), err_(std::move(err)), msg_(std::move(msg)), items_(std::move(items)) {}
 
 void SoapException::Print(ExecThread& thread) const {
-  ThreadPrint(thread, "SOAP EXCEPTION:\nErr: %s\nMsg: %s\n", err_.c_str(), msg_.c_str());
+  Fail(thread, "SOAP EXCEPTION:\nErr: %s\nMsg: %s\n", err_.c_str(), msg_.c_str());
   PrintWarnings(thread, dynamic_cast<LocalData*>(thread.data.get()), items_);
 }
 

@@ -30,7 +30,7 @@ std::optional<Property> ReadProperty(ExecThread& thread, const std::string& text
                                      bool key_required) {
   size_t equals = text.find('=', key_from);
   if (equals == std::string::npos || (key_required && equals == key_from)) {
-    ThreadPrint(thread, "Invalid property: %s\n", text.c_str());
+    Fail(thread, "Invalid property: %s\n", text.c_str());
     return std::nullopt;
   }
   return Property{text.substr(key_from, equals - key_from), text.substr(equals + 1)};
@@ -59,7 +59,7 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
   const char* const* rest = nullptr;  // the words after "--"
   while (scanner.Next()) {
     if (scanner.error() != kOptOk) {
-      ThreadPrint(thread_, kMsgInvalidArg, scanner.text());
+      Fail(thread_, kMsgInvalidArg, scanner.text());
       return false;
     }
     switch (scanner.id()) {
@@ -109,7 +109,7 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
       default:
         if (own && !own(scanner)) return false;
         if (!own) {
-          ThreadPrint(thread_, kMsgInvalidArg, scanner.text());
+          Fail(thread_, kMsgInvalidArg, scanner.text());
           return false;
         }
     }
@@ -122,7 +122,7 @@ bool RequestFrame::Scan(const OptionDef* table, const ArgVector& args,
 
 bool RequestFrame::ExpectPositional(size_t min, size_t max) {
   if (positional_.size() >= min && positional_.size() <= max) return true;
-  ThreadPrint(thread_, kMsgInvalidArgs);
+  Fail(thread_, kMsgInvalidArgs);
   return false;
 }
 

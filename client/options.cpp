@@ -38,13 +38,13 @@ void SetProp(ExecThread& thread, LocalData& data, const std::string& value) {
     if (value == "-removeall") {
       properties.clear();
     } else if (!properties.erase(value.substr(1))) {
-      ThreadPrint(thread, "Unknown property: %s\n", value.c_str() + 1);
+      Fail(thread, "Unknown property: %s\n", value.c_str() + 1);
     }
     return;
   }
   size_t equals = value.find('=');
   if (equals == std::string::npos) {
-    if (value != "<none>") ThreadPrint(thread, kMsgInvalidArgs);
+    if (value != "<none>") Fail(thread, kMsgInvalidArgs);
     return;
   }
   std::string key = value.substr(0, equals);
@@ -72,7 +72,7 @@ void Set(ExecThread& thread, LocalData& data, int option, const char* value_text
       } else if (PrefixOf(value_text, "gsoap")) {
         s.platform_http_layer = false;
       } else {
-        ThreadPrint(thread, "Invalid option. Use either 'windows' or 'gsoap'.\n");
+        Fail(thread, "Invalid option. Use either 'windows' or 'gsoap'.\n");
         return;
       }
       data.RebuildEndpoint();
@@ -94,7 +94,7 @@ void Set(ExecThread& thread, LocalData& data, int option, const char* value_text
       break;
     case kServer: SetServer(data, value, true); break;
     case kProxy:
-      if (!data.SetProxy(value)) ThreadPrint(thread, kMsgInvalidArgs);
+      if (!data.SetProxy(value)) Fail(thread, kMsgInvalidArgs);
       break;
     case kUserid: data.SetUserId(value); break;
     case kPasswd: data.SetPassword(value); break;

@@ -130,7 +130,7 @@ void CmdTest(ExecThread& thread, ArgVector& args) {
     if (binary_path) {
       std::ifstream file(binary_path, std::ios::binary);
       if (!file) {
-        ThreadPrint(thread, "Unable to open file: %s\n", binary_path);
+        Fail(thread, "Unable to open file: %s\n", binary_path);
         return;
       }
       bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
@@ -223,7 +223,7 @@ void CmdPwhash(ExecThread& thread, ArgVector& args) {
   int form = 0;
   while (scanner.Next()) {
     if (scanner.error() != kOptOk) {
-      ThreadPrint(thread, kMsgInvalidArg, scanner.text());
+      Fail(thread, kMsgInvalidArg, scanner.text());
       return;
     }
     form = scanner.id();
@@ -238,7 +238,7 @@ void CmdPwhash(ExecThread& thread, ArgVector& args) {
     passwd = words[1];
     if (words.size() == 3) session = words[2];
   } else {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return;
   }
   // Always hashed, even when the password already looks like a hash.
@@ -274,7 +274,7 @@ void CmdPasswd(ExecThread& thread, ArgVector& args) {
     });
     if (!ok) return;
     if (frame.positional().size() != 1) {
-      ThreadPrint(thread, "Invalid arguments. New password must be supplied.\n");
+      Fail(thread, "Invalid arguments. New password must be supplied.\n");
       return;
     }
     std::string typed = frame.positional()[0];

@@ -156,9 +156,11 @@ Print the program name and version, and exit with status 0.
 .B \-\-errexit
 For scripts run in continuous integration: the first command on the main
 thread that fails (a "FAILED: ..." or "SOAP EXCEPTION:" report, an argument
-error, an unknown command, a script that cannot be opened) ends the run after
+error, a file that cannot be read or written, an unknown command, a script
+that cannot be opened or read, a thread that cannot start) ends the run after
 its report; the other threads are stopped and joined, and the exit status is 2. A failure on another thread
-makes the final status 2 as well. Without this switch the exit status is 0
+makes the final status 2 as well, and standard error names the thread and its
+first failure ("Thread \fINAME\fR failed: ..."). Without this switch the exit status is 0
 after any normal end.
 .SH COMMANDS
 Command words are matched without regard to case. \fBhelp\fR lists them;

@@ -17,7 +17,7 @@ void CmdSleep(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdSleep, args, true)) return;
   long long ms = args.size() == 1 ? atoll(args[0]) : -1;
   if (ms < 0) {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return;
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(ms));
@@ -27,7 +27,7 @@ void CmdRusage(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdRusage, args, true)) return;
   long long kernel_us, user_us;
   if (!ProcessTimes(kernel_us, user_us)) {
-    ThreadPrint(thread, "Error.\n");
+    Fail(thread, "Error.\n");
     return;
   }
   ThreadPrint(thread, "System: %ld.%03ld, User: %ld.%03ld\n", static_cast<long>(kernel_us / 1000000),
@@ -45,21 +45,21 @@ void CmdPwd(ExecThread& thread, ArgVector& args) {
 void CmdCd(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdCd, args, true)) return;
   if (args.empty()) {
-    ThreadPrint(thread, kMsgNotEnoughArgs);
+    Fail(thread, kMsgNotEnoughArgs);
     return;
   }
   if (args.size() > 1) {
-    ThreadPrint(thread, kMsgTooManyArgs);
+    Fail(thread, kMsgTooManyArgs);
     return;
   }
   switch (ChangeDir(args[0])) {
     case ChdirResult::kOk:
       break;
     case ChdirResult::kNoSuchDir:
-      ThreadPrint(thread, "Invalid directory.\n");
+      Fail(thread, "Invalid directory.\n");
       break;
     case ChdirResult::kFailed:
-      ThreadPrint(thread, "chdir() failed.\n");
+      Fail(thread, "chdir() failed.\n");
       break;
   }
 }

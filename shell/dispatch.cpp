@@ -153,7 +153,7 @@ void RunHandler(ExecThread& thread, const CommandRecord* row, ArgVector& args) {
   } catch (const std::exception& e) {
     // Handlers report their own failures; this keeps a stray one from
     // ending the script.
-    ThreadPrint(thread, "FAILED: %s.\n", e.what());
+    Fail(thread, "FAILED: %s.\n", e.what());
   }
   thread.current_command = nullptr;
 }
@@ -168,7 +168,7 @@ bool DispatchCommand(ExecThread& thread, char* word, char* argument_text, int es
   }
   const CommandRecord* row = word[0] == '_' ? nullptr : FindCommand(word);
   if (!row || !row->handler) {
-    ThreadPrint(thread, "Unrecognized command: %s\n", word);
+    Fail(thread, "Unrecognized command: %s\n", word);
     return true;
   }
   bool escapes = escape_mode != 2 && ((row->flags & CMDF_ESCAPES) || escape_mode == 1);
@@ -281,7 +281,7 @@ void CmdHelp(ExecThread& thread, ArgVector& args) {
     } else {
       const CommandRecord* row = FindCommand(args[0]);
       if (!row || !row->handler) {
-        ThreadPrint(thread, "Unknown command.\n");
+        Fail(thread, "Unknown command.\n");
       } else {
         ArgVector help_args;
         if (row->handler == CmdShell) help_args.push_back("");

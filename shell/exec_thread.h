@@ -50,8 +50,10 @@ class ExecThread {
 
   std::string name;
   const char* current_command = nullptr;
-  /// Set when the command being run reported a failure (MarkFailed).
+  /// Set when the command being run reported a failure (Fail).
   bool failed = false;
+  /// The text of the thread's first failure report, for the exit summary.
+  std::string first_failure;
   std::atomic<bool> stop{false};
   std::atomic<bool> running{false};
 

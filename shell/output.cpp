@@ -36,36 +36,27 @@ void FormatInto(std::string& buffer, size_t offset, const char* format, va_list 
 
 std::atomic<bool> any_failed{false};
 
-// The fixed texts that report a failed command, matched on the format so
-// that user text (echo, values) never counts.
-bool IsFailureReport(const char* format) {
-  static const char* const kPrefixes[] = {"FAILED: ", "SOAP EXCEPTION:", "Invalid argument",
-                                          "Not enough arguments", "Too many arguments",
-                                          "Unrecognized command"};
-  for (const char* prefix : kPrefixes) {
-    if (strncmp(format, prefix, strlen(prefix)) == 0) return true;
-  }
-  return false;
-}
-
-}  // namespace
-
-void MarkFailed(ExecThread& thread) {
+// Keeps the thread's first report as one line: its line breaks become
+// blanks, so a summary on standard error stays one line too.
+void MarkFailed(ExecThread& thread, std::string_view report) {
   thread.failed = true;
   any_failed = true;
+  if (!thread.first_failure.empty()) return;
+  std::string& line = thread.first_failure;
+  for (char c : report) {
+    bool blank = c == '\n' || c == '\r';
+    if (!blank) {
+      line.push_back(c);
+    } else if (!line.empty() && line.back() != ' ') {
+      line.push_back(' ');
+    }
+  }
+  while (!line.empty() && line.back() == ' ') line.pop_back();
 }
 
-bool AnyCommandFailed() { return any_failed; }
-
-void ThreadPrintV(ExecThread& thread, const char* format, va_list args) {
-  if (IsFailureReport(format)) MarkFailed(thread);
+// Sends the text in the thread's print buffer where its output goes.
+void Route(ExecThread& thread) {
   std::string& text = thread.print_buffer;
-  text.clear();
-  if (thread.threadname && !thread.redirect) {
-    text.append(thread.name);
-    text.push_back(' ');
-  }
-  FormatInto(text, text.size(), format, args);
   if (thread.substitution) SubstituteVariables(thread, text);
 
   if (thread.redirect) {
@@ -80,6 +71,51 @@ void ThreadPrintV(ExecThread& thread, const char* format, va_list args) {
     fwrite(text.data(), 1, text.size(), thread.tee);
     fflush(thread.tee);
   }
+}
+
+void StartLine(ExecThread& thread) {
+  thread.print_buffer.clear();
+  if (thread.threadname && !thread.redirect) {
+    thread.print_buffer.append(thread.name);
+    thread.print_buffer.push_back(' ');
+  }
+}
+
+void FailV(ExecThread& thread, bool to_stderr, const char* format, va_list args) {
+  std::string report;
+  FormatInto(report, 0, format, args);
+  MarkFailed(thread, report);
+  if (to_stderr) {
+    ConsoleError("%s", report.c_str());
+    return;
+  }
+  StartLine(thread);
+  thread.print_buffer.append(report);
+  Route(thread);
+}
+
+}  // namespace
+
+bool AnyCommandFailed() { return any_failed; }
+
+void ThreadPrintV(ExecThread& thread, const char* format, va_list args) {
+  StartLine(thread);
+  FormatInto(thread.print_buffer, thread.print_buffer.size(), format, args);
+  Route(thread);
+}
+
+void Fail(ExecThread& thread, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  FailV(thread, false, format, args);
+  va_end(args);
+}
+
+void FailToStderr(ExecThread& thread, const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  FailV(thread, true, format, args);
+  va_end(args);
 }
 
 void ThreadPrint(ExecThread& thread, const char* format, ...) {
@@ -157,8 +193,7 @@ void CmdTee(ExecThread& thread, ArgVector& args) {
   if (path) {
     file = OpenFile(path, append ? "ab" : "wb");
     if (!file) {
-      ConsoleError("Error opening file '%s'\n", path);
-      MarkFailed(thread);
+      FailToStderr(thread, "Error opening file '%s'\n", path);
       return;
     }
   }

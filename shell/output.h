@@ -14,10 +14,12 @@ void ThreadPrint(ExecThread& thread, const char* format, ...)
     __attribute__((format(printf, 2, 3)));
 void ThreadPrintV(ExecThread& thread, const char* format, va_list args);
 
-/// Records that the thread's current command failed. ThreadPrint calls it
-/// for the failure reports ("FAILED: ...", "SOAP EXCEPTION:", the shared
-/// argument errors, "Unrecognized command"), so commands need not.
-void MarkFailed(ExecThread& thread);
+/// Reports that the thread's current command failed: prints exactly as
+/// ThreadPrint does and marks the command failed (see --errexit).
+void Fail(ExecThread& thread, const char* format, ...) __attribute__((format(printf, 2, 3)));
+/// The same for the reports that go to standard error, as ConsoleError's do.
+void FailToStderr(ExecThread& thread, const char* format, ...)
+    __attribute__((format(printf, 2, 3)));
 /// True once a command has failed on any thread of the process.
 bool AnyCommandFailed();
 

@@ -37,7 +37,7 @@ void StripTrailingSpace(std::string& line) {
 bool ReadPhysicalLine(ExecThread& thread, std::string& line) {
   if (!GetLine(thread.input.file, line)) {
     if (ferror(thread.input.file)) {
-      ThreadPrint(thread, "Error while reading input file: %s\n", thread.input.path.c_str());
+      Fail(thread, "Error while reading input file: %s\n", thread.input.path.c_str());
     }
     return false;
   }
@@ -58,8 +58,7 @@ bool ReadFileLine(ExecThread& thread, std::string& line) {
     line.append(next);
   }
   if (!thread.input.utf8 && !NativeToUtf8(line)) {
-    ThreadPrint(thread, "Native encoding error reading input file: %s\n",
-                thread.input.path.c_str());
+    Fail(thread, "Native encoding error reading input file: %s\n", thread.input.path.c_str());
     return false;
   }
   return true;
@@ -123,6 +122,13 @@ bool LoopIterationDue(ExecThread& thread) {
 }
 
 bool errexit = false;
+
+// With errexit, a failure on the main thread ends the run.
+bool StopsOnFailure(ExecThread& thread) {
+  if (!errexit || !thread.failed || !thread.is_main()) return false;
+  StopAllThreads();
+  return true;
+}
 
 }  // namespace
 
@@ -200,10 +206,7 @@ bool ProcessLine(ExecThread& thread, std::string& line, bool from_console,
       ThreadPrint(thread, "Elapsed time %ld.%03ld seconds.\n", seconds, millis);
     }
   }
-  if (errexit && thread.failed && thread.is_main()) {
-    StopAllThreads();
-    return false;
-  }
+  if (StopsOnFailure(thread)) return false;
   return go_on;
 }
 
@@ -216,7 +219,7 @@ void RunCommandLoop(ExecThread& thread) {
     bool from_console = thread.input.IsConsole();
     if (!from_console) {
       if (!ReadFileLine(thread, line)) {
-        if (!EndOfInputFile(thread)) break;
+        if (StopsOnFailure(thread) || !EndOfInputFile(thread)) break;
         continue;
       }
     } else {
@@ -225,14 +228,17 @@ void RunCommandLoop(ExecThread& thread) {
     }
     if (!ProcessLine(thread, line, from_console, prompt)) break;
   }
+  // Threads print nothing on the console by default: say why the run fails.
+  if (errexit && !thread.is_main() && !thread.first_failure.empty()) {
+    ConsoleError("Thread %s failed: %s\n", thread.name.c_str(), thread.first_failure.c_str());
+  }
   thread.running = false;
 }
 
-bool PushInputFile(ExecThread& thread, const char* path) {
+bool PushInputFile(ExecThread& thread, const char* path, ExecThread* reporter) {
   FILE* file = thread.input_stack.size() < kMaxInputDepth ? OpenFile(path, "rb") : nullptr;
   if (!file) {
-    ConsoleError("Error opening file '%s'\n", path);
-    MarkFailed(thread);
+    FailToStderr(reporter ? *reporter : thread, "Error opening file '%s'\n", path);
     return false;
   }
   InputSource next;
@@ -260,7 +266,7 @@ bool ReadSettingsFile(ExecThread& thread, const char* path) {
 void CmdRead(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdRead, args, true)) return;
   if (args.size() != 1) {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return;
   }
   PushInputFile(thread, args[0]);
@@ -269,11 +275,11 @@ void CmdRead(ExecThread& thread, ArgVector& args) {
 void CmdProc(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdProc, args, true)) return;
   if (args.empty()) {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return;
   }
   if (thread.input.IsConsole()) {
-    ThreadPrint(thread, "Invalid during console input.\n");
+    Fail(thread, "Invalid during console input.\n");
     return;
   }
   const char* sub = args[0];
@@ -290,52 +296,52 @@ void CmdProc(ExecThread& thread, ArgVector& args) {
       SplitWord(rest, second, tail);
       if (strcasecmp(first, "proc") == 0 && strcasecmp(second, "end") == 0) return;
     }
-    ThreadPrint(thread, "End of procedure definition not found: \"%s\".\n", name.c_str());
+    Fail(thread, "End of procedure definition not found: \"%s\".\n", name.c_str());
   } else if (strcasecmp(sub, "end") == 0) {
     if (thread.call_stack.size() <= thread.input.call_depth) {
-      ThreadPrint(thread, "Invalid return from procedure call.\n");
+      Fail(thread, "Invalid return from procedure call.\n");
       return;
     }
     // Only the looped procedure's own end repeats it; procedures it calls
     // return normally.
     if (thread.call_stack.size() == thread.loop_depth && LoopIterationDue(thread)) {
       if (Seek(thread, thread.loop_start)) return;
-      ConsoleError("Failed loop procedure call. Exiting loop.\n");
+      FailToStderr(thread, "Failed loop procedure call. Exiting loop.\n");
       thread.loop_limit = 0;
     }
     int64_t back = thread.call_stack.back();
     thread.call_stack.pop_back();
-    if (!Seek(thread, back)) ThreadPrint(thread, "Failed return from procedure call.\n");
+    if (!Seek(thread, back)) Fail(thread, "Failed return from procedure call.\n");
   } else if (strcasecmp(sub, "call") == 0) {
     auto it = thread.procedures.find(name);
     if (it == thread.procedures.end()) {
-      ThreadPrint(thread, "Unknown procedure call: \"%s\".\n", name.c_str());
+      Fail(thread, "Unknown procedure call: \"%s\".\n", name.c_str());
       return;
     }
     int64_t back = Tell(thread);
     if (thread.call_stack.size() >= kMaxCallDepth || !Seek(thread, it->second)) {
-      ThreadPrint(thread, "Failed procedure call: \"%s\".\n", name.c_str());
+      Fail(thread, "Failed procedure call: \"%s\".\n", name.c_str());
       return;
     }
     thread.call_stack.push_back(back);
   } else {
-    ThreadPrint(thread, "Invalid command.\n");
+    Fail(thread, "Invalid command.\n");
   }
 }
 
 void CmdLoop(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdLoop, args, true)) return;
   if (args.size() != 3) {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return;
   }
   if (thread.input.IsConsole()) {
-    ThreadPrint(thread, "Invalid during console input.\n");
+    Fail(thread, "Invalid during console input.\n");
     return;
   }
   auto proc = thread.procedures.find(args[0]);
   if (proc == thread.procedures.end()) {
-    ThreadPrint(thread, "Unknown procedure call: \"%s\".\n", args[0]);
+    Fail(thread, "Unknown procedure call: \"%s\".\n", args[0]);
     return;
   }
   const char* type = args[1];
@@ -348,7 +354,7 @@ void CmdLoop(ExecThread& thread, ArgVector& args) {
     int fields = sscanf(args[2], "%u:%u:%u", &a, &b, &c);
     bool until = strcasecmp(type, "until") == 0;
     if (fields < 1 || (until && fields < 2)) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     time_t now = time(nullptr);
@@ -369,7 +375,7 @@ void CmdLoop(ExecThread& thread, ArgVector& args) {
     }
     int64_t period = static_cast<int64_t>(end) - now;
     if (period > 604800) {
-      ThreadPrint(thread, "Period too long. See help.\n");
+      Fail(thread, "Period too long. See help.\n");
       return;
     }
     char now_text[32], end_text[32];
@@ -381,7 +387,7 @@ void CmdLoop(ExecThread& thread, ArgVector& args) {
                 now_text, end_text, static_cast<int>(period), 0, static_cast<int>(period / 3600), 0);
     limit = end;
   } else {
-    ThreadPrint(thread, "Invalid loop type.\n");
+    Fail(thread, "Invalid loop type.\n");
     return;
   }
   thread.loop_start = proc->second;
@@ -389,7 +395,7 @@ void CmdLoop(ExecThread& thread, ArgVector& args) {
   if (!LoopIterationDue(thread)) return;
   int64_t back = Tell(thread);
   if (!Seek(thread, thread.loop_start)) {
-    ConsoleError("Failed loop procedure call. Exiting loop.\n");
+    FailToStderr(thread, "Failed loop procedure call. Exiting loop.\n");
     thread.loop_limit = 0;
     return;
   }
@@ -405,7 +411,7 @@ void CmdExit(ExecThread& thread, ArgVector& args) {
     if (ExecThread* main = MainThread()) main->stop = true;
     return;
   }
-  ThreadPrint(thread, kMsgInvalidArgs);
+  Fail(thread, kMsgInvalidArgs);
 }
 
 }  // namespace lexctl

@@ -24,8 +24,9 @@ void MakePrompt(ExecThread& thread, std::string& prompt);
 void SetErrexit(bool on);
 
 /// Opens path and makes it the thread's current input, saving the previous
-/// one. Returns false (after reporting on standard error) when it cannot.
-bool PushInputFile(ExecThread& thread, const char* path);
+/// one. Returns false (after reporting on standard error) when it cannot;
+/// the failure is reporter's command's, when given, else thread's.
+bool PushInputFile(ExecThread& thread, const char* path, ExecThread* reporter = nullptr);
 
 /// Reads a settings file (setopt -load, lexctl3.cfg at start-up) as a nested
 /// script, like read. A saved file begins with "@setopt console none"; when

@@ -50,7 +50,7 @@ void CallOption(ExecThread& thread, const CommandRecord* row, const char* action
 void SaveOptions(ExecThread& thread, const char* path) {
   FILE* file = CreatePrivateFile(path);
   if (!file) {
-    ThreadPrint(thread, "Failed to open options file.\n");
+    Fail(thread, "Failed to open options file.\n");
     return;
   }
   fputs("@setopt console none\n@setopt utf8 true\n\n", file);
@@ -98,7 +98,7 @@ void CmdSetopt(ExecThread& thread, ArgVector& args) {
       if (row) {
         ShowCommandHelp(thread, row->handler);
       } else {
-        ThreadPrint(thread, "Unrecognized option: %s\n", option);
+        Fail(thread, "Unrecognized option: %s\n", option);
       }
     } else {
       ShowSetoptHelp(thread);
@@ -124,16 +124,16 @@ void CmdSetopt(ExecThread& thread, ArgVector& args) {
       if (row) {
         CallOption(thread, row, "setopt", value.c_str());
       } else {
-        ThreadPrint(thread, "Unrecognized option: %s\n", name.c_str());
+        Fail(thread, "Unrecognized option: %s\n", name.c_str());
       }
     } else {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
     }
     return;
   }
   const CommandRecord* row = FindOption(args[0]);
   if (!row) {
-    ThreadPrint(thread, "Unrecognized option: %s\n", args[0]);
+    Fail(thread, "Unrecognized option: %s\n", args[0]);
     return;
   }
   if (args.size() == 1) {
@@ -152,7 +152,7 @@ void OptConsole(ExecThread& thread, ArgVector& args) {
       case 'p': thread.console_mode = kConsolePrompt; break;
       case 'o': thread.console_mode = kConsoleOutput; break;
       case 'n': thread.console_mode = kConsoleNone; break;
-      default: ThreadPrint(thread, kMsgInvalidArgs); break;
+      default: Fail(thread, kMsgInvalidArgs); break;
     }
   } else if (!args.empty() && (args[0][0] == 'g' || args[0][0] == 'G')) {
     PrintSetting(thread, "setopt", "console", kNames[thread.console_mode & 3]);

@@ -48,7 +48,7 @@ void JoinLocked(std::map<std::string, std::unique_ptr<ExecThread>>::iterator it)
 void StartThread(ExecThread& thread, const char* requested, const char* path) {
   std::string name = requested;
   if (!name.empty() && registry.count(name)) {
-    ThreadPrint(thread, "Thread '%s' is already registered.\n", requested);
+    Fail(thread, "Thread '%s' is already registered.\n", requested);
     return;
   }
   std::unique_ptr<ExecThread> started = CreateExecThread(name, false, &thread);
@@ -60,7 +60,7 @@ void StartThread(ExecThread& thread, const char* requested, const char* path) {
     started->name = name;
   }
   started->console_mode = kConsoleNone;
-  if (!PushInputFile(*started, path)) return;
+  if (!PushInputFile(*started, path, &thread)) return;
   // The thread ends at the end of its file rather than reading a console.
   started->input_stack.clear();
   ExecThread* raw = started.get();
@@ -70,7 +70,7 @@ void StartThread(ExecThread& thread, const char* requested, const char* path) {
     raw->os_thread = std::thread([raw] { RunCommandLoop(*raw); });
   } catch (const std::system_error&) {
     RemoveLive(raw);
-    ConsoleError("Failed to start thread.\n");
+    FailToStderr(thread, "Failed to start thread.\n");
     return;
   }
   registry.emplace(name, std::move(started));
@@ -109,7 +109,7 @@ void JoinAllThreads() {
 void CmdThreads(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdThreads, args, true)) return;
   if (!ThreadsEnabled()) {
-    ThreadPrint(thread, "Threads are disabled.\n");
+    Fail(thread, "Threads are disabled.\n");
     return;
   }
   std::lock_guard<std::mutex> hold(registry_lock);
@@ -125,7 +125,7 @@ void CmdThreads(ExecThread& thread, ArgVector& args) {
     }
   } else if (strcasecmp(sub, "start") == 0) {
     if (args.size() < 3) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     StartThread(thread, args[1], args[2]);
@@ -134,11 +134,11 @@ void CmdThreads(ExecThread& thread, ArgVector& args) {
   } else if ((strcasecmp(sub, "stop") == 0 || strcasecmp(sub, "join") == 0) && args.size() >= 2) {
     auto it = registry.find(args[1]);
     if (it == registry.end()) {
-      ThreadPrint(thread, "Thread '%s' is not registered.\n", args[1]);
+      Fail(thread, "Thread '%s' is not registered.\n", args[1]);
     } else if (strcasecmp(sub, "stop") == 0) {
       it->second->stop = true;
     } else if (it->second.get() == &thread) {
-      ThreadPrint(thread, "Cannot wait on self.\n");
+      Fail(thread, "Cannot wait on self.\n");
     } else {
       JoinLocked(it);
     }
@@ -154,7 +154,7 @@ void CmdThreads(ExecThread& thread, ArgVector& args) {
       it = next;
     }
   } else {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
   }
 }
 

@@ -129,23 +129,23 @@ void CmdTimer(ExecThread& thread, ArgVector& args) {
     char form = static_cast<char>(tolower(static_cast<unsigned char>(sub[4])));
     if (form == 'x') {
       if (args.size() < 2 || id.empty()) {
-        ThreadPrint(thread, "Invalid arguments. A test suite name must be supplied.\n");
+        Fail(thread, "Invalid arguments. A test suite name must be supplied.\n");
         return;
       }
       std::string only = args.size() > 2 ? args[2] : "";
       if (!only.empty() && !timers.count(only)) {
-        ThreadPrint(thread, "Invalid arguments. Unknown test name.\n");
+        Fail(thread, "Invalid arguments. Unknown test name.\n");
         return;
       }
       TellXml(thread, id, only.empty() ? nullptr : &only, now);
       return;
     }
     if (args.size() > 2) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     if (!id.empty() && !timers.count(id)) {
-      ThreadPrint(thread, "Invalid timer.\n");
+      Fail(thread, "Invalid timer.\n");
       return;
     }
     if (timers.empty()) {
@@ -167,11 +167,11 @@ void CmdTimer(ExecThread& thread, ArgVector& args) {
   bool known_sub = is_start || strcasecmp(sub, "stop") == 0 || strcasecmp(sub, "lap") == 0 ||
                    strcasecmp(sub, "reset") == 0 || strcasecmp(sub, "delete") == 0;
   if (!known_sub) {
-    ThreadPrint(thread, "Invalid command.\n");
+    Fail(thread, "Invalid command.\n");
     return;
   }
   if (args.size() < 2 || id.empty() || args.size() > (is_start ? 3u : 2u)) {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return;
   }
   auto it = timers.find(id);
@@ -185,7 +185,7 @@ void CmdTimer(ExecThread& thread, ArgVector& args) {
     return;
   }
   if (it == timers.end()) {
-    ThreadPrint(thread, "Invalid timer.\n");
+    Fail(thread, "Invalid timer.\n");
     return;
   }
   Timer& timer = it->second;

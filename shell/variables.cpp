@@ -240,7 +240,7 @@ void CmdSetvar(ExecThread& thread, ArgVector& args) {
   } else if (args.size() == 3 && strcasecmp(args[0], "-escaped") == 0) {
     SetVariable(DecodeEscaped(args[1]), DecodeEscaped(args[2]));
   } else {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
   }
 }
 

@@ -26,7 +26,7 @@ bool ReadDisplayText(ExecThread& thread, const char* text,
                      std::pair<std::string, std::string>& display) {
   const char* equals = strchr(text, '=');
   if (!equals) {
-    ThreadPrint(thread, "Invalid display text: %s.\n", text);
+    Fail(thread, "Invalid display text: %s.\n", text);
     return false;
   }
   display = {std::string(text, equals), std::string(equals + 1)};

@@ -82,11 +82,11 @@ struct DictionaryTexts {
   bool AddDisplay(ExecThread& thread, const char* text) {
     std::pair<std::string, std::string> entry;
     if (!ReadDisplayText(thread, text, entry)) {
-      ThreadPrint(thread, "Invalid display text: %s\n", text);
+      Fail(thread, "Invalid display text: %s\n", text);
       return false;
     }
     if (display.size() == kMaxDisplayTexts) {
-      ThreadPrint(thread, "Too many display texts. Max = %d\n", static_cast<int>(kMaxDisplayTexts));
+      Fail(thread, "Too many display texts. Max = %d\n", static_cast<int>(kMaxDisplayTexts));
       return false;
     }
     display.push_back(std::move(entry));
@@ -139,7 +139,7 @@ void CmdDcreate(ExecThread& thread, ArgVector& args) {
         case kOptType:
           type = DictionaryType(value, false);
           if (type == 0) {
-            ThreadPrint(thread, "Invalid type: %s. See help.\n", value);
+            Fail(thread, "Invalid type: %s. See help.\n", value);
             return false;
           }
           break;
@@ -215,12 +215,12 @@ void CmdDupdate(ExecThread& thread, ArgVector& args) {
     });
     if (!ok) return;
     if (frame.positional().size() != 1) {
-      ThreadPrint(thread, kMsgDidRequired);
+      Fail(thread, kMsgDidRequired);
       return;
     }
     int64_t did = ResolveDid(frame.positional()[0]);
     if (did == 0) {
-      ThreadPrint(thread, kMsgInvalidArg, frame.positional()[0]);
+      Fail(thread, kMsgInvalidArg, frame.positional()[0]);
       return;
     }
     if (frame.data().settings.dime) frame.AddSelectKey("dime");
@@ -258,18 +258,18 @@ void CmdDcopy(ExecThread& thread, ArgVector& args) {
     });
     if (!ok) return;
     if (frame.positional().size() != 1) {
-      ThreadPrint(thread, kMsgDidRequired);
+      Fail(thread, kMsgDidRequired);
       return;
     }
     int64_t source = ResolveDid(frame.positional()[0]);
     LONG64 target = target_text ? ResolveDid(target_text) : 0;
     LONG64 type = type_text ? DictionaryType(type_text, true) : 0;
     if (source == 0 || (target_text && target == 0)) {
-      ThreadPrint(thread, kMsgInvalidArg, source == 0 ? frame.positional()[0] : target_text);
+      Fail(thread, kMsgInvalidArg, source == 0 ? frame.positional()[0] : target_text);
       return;
     }
     if (type_text && type == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
 
@@ -306,7 +306,7 @@ void CmdDremove(ExecThread& thread, ArgVector& args) {
     std::vector<int64_t> dids;
     auto resolve = [&](const char* text, int64_t& did) {
       did = ResolveDid(text);
-      if (did == 0) ThreadPrint(thread, kMsgInvalidArg, text);
+      if (did == 0) Fail(thread, kMsgInvalidArg, text);
       return did != 0;
     };
     for (const char* word : frame.positional()) {
@@ -315,13 +315,13 @@ void CmdDremove(ExecThread& thread, ArgVector& args) {
       dids.push_back(did);
     }
     if ((from_text == nullptr) != (to_text == nullptr)) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     int64_t from = 1, to = 0;  // an empty range unless -from and -to say otherwise
     if (from_text && (!resolve(from_text, from) || !resolve(to_text, to))) return;
     if (dids.empty() && !from_text) {
-      ThreadPrint(thread, kMsgDidRequired);
+      Fail(thread, kMsgDidRequired);
       return;
     }
 
@@ -348,7 +348,7 @@ void CmdDchown(ExecThread& thread, ArgVector& args) {
     if (!frame.Scan(kChownOptions, args) || !frame.ExpectPositional(2, 2)) return;
     int64_t did = ResolveDid(frame.positional()[0]);
     if (did == 0) {
-      ThreadPrint(thread, kMsgInvalidArg, frame.positional()[0]);
+      Fail(thread, kMsgInvalidArg, frame.positional()[0]);
       return;
     }
     std::string owner = frame.positional()[1];
@@ -365,7 +365,7 @@ void CmdDchown(ExecThread& thread, ArgVector& args) {
 void CmdLastdid(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdLastdid, args, true)) return;
   if (!args.empty()) {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return;
   }
   std::vector<CreatedDid> list = CreatedDids();

@@ -251,7 +251,7 @@ void CmdDtransfer(ExecThread& thread, ArgVector& args) {
     });
     if (!ok) return;
     if (frame.positional().empty() || from.empty() || from.size() != to.size()) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     frame.UseSelectKeys();
@@ -260,13 +260,13 @@ void CmdDtransfer(ExecThread& thread, ArgVector& args) {
     transfer.LoadEngines();
     for (const std::string& eid : from) {
       if (!transfer.Knows(eid)) {
-        ThreadPrint(thread, "Unknown engine: %s\n", eid.c_str());
+        Fail(thread, "Unknown engine: %s\n", eid.c_str());
         return;
       }
     }
     for (const std::string& eid : to) {
       if (!transfer.Knows(eid)) {
-        ThreadPrint(thread, "Unknown engine: %s\n", eid.c_str());
+        Fail(thread, "Unknown engine: %s\n", eid.c_str());
         return;
       }
     }

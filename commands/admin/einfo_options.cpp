@@ -28,7 +28,7 @@ constexpr int kDictionaryEngines = 0x13;
 bool ScanFlags(ExecThread& thread, const char* text, FlagTable table, std::optional<int>& member) {
   int64_t value = 0;
   if (!ParseFlagArgument(text ? text : "", table, value)) {
-    ThreadPrint(thread, "The flags '%s' are not valid\n", text ? text : "");
+    Fail(thread, "The flags '%s' are not valid\n", text ? text : "");
     return false;
   }
   member = member.value_or(0) | static_cast<int>(value);

@@ -53,7 +53,7 @@ bool ScanProfileOptions(RequestFrame& frame, ArgVector& args, ProfileEdits& edit
       case kProfileDisplay:
         edits.displays.emplace_back();
         if (!ReadDisplayText(thread, arg.c_str(), edits.displays.back())) {
-          ThreadPrint(thread, "Invalid display text: %s\n", arg.c_str());
+          Fail(thread, "Invalid display text: %s\n", arg.c_str());
           return false;
         }
         break;
@@ -108,7 +108,7 @@ void CmdProfile(ExecThread& thread, ArgVector& args) {
     edits.eid = frame.data().engine.eid;
     if (!ScanProfileOptions(frame, args, edits)) return;
     if (frame.positional().empty()) {
-      ThreadPrint(thread, "Invalid arguments. Profile must be supplied.\n");
+      Fail(thread, "Invalid arguments. Profile must be supplied.\n");
       return;
     }
     if (!frame.ExpectPositional(1, 1)) return;

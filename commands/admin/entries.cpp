@@ -109,7 +109,7 @@ template <typename PrintResult>
 bool PrintAddResults(ExecThread& thread, const nv__AddEntryResultArray* results, size_t sent,
                      PrintResult print) {
   size_t count = results ? results->item.size() : 0;
-  if (count != sent) ThreadPrint(thread, kMsgCountMismatch);
+  if (count != sent) Fail(thread, kMsgCountMismatch);
   for (size_t i = 0; i < count; ++i) print(static_cast<int>(i), results->item[i]);
   return count > 0;
 }
@@ -180,11 +180,11 @@ void CmdDadd(ExecThread& thread, ArgVector& args) {
     const ArgVector& words = frame.positional();
     int64_t did = words.empty() ? 0 : ResolveDid(words[0]);
     if (did == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     if (words.size() - 1 > kMaxEntries) {
-      ThreadPrint(thread, kMsgTooManyEntries, static_cast<int>(kMaxEntries));
+      Fail(thread, kMsgTooManyEntries, static_cast<int>(kMaxEntries));
       return;
     }
     AddUilang(frame);
@@ -230,7 +230,7 @@ bool ScanTmEntries(RequestFrame& frame, ArgVector& args, TmEntryBuilder& builder
       case kTmNewEntry: builder.NewEntry(); break;
       case kTmSentence:
         if (!builder.AddSentence(value)) {
-          ThreadPrint(thread, "Invalid argument. Missing language for sentence.\n");
+          Fail(thread, "Invalid argument. Missing language for sentence.\n");
           return false;
         }
         break;
@@ -313,17 +313,17 @@ void CmdDaddtm(ExecThread& thread, ArgVector& args) {
     if (!ScanTmEntries(frame, args, builder)) return;
     const ArgVector& words = frame.positional();
     if (words.size() != 1) {
-      ThreadPrint(thread, kMsgDidRequired);
+      Fail(thread, kMsgDidRequired);
       return;
     }
     int64_t did = ResolveDid(words[0]);
     if (did == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     std::vector<TmEntry> built;
     if (!builder.Finish(built)) {
-      ThreadPrint(thread, "Invalid arguments. Did you forget -sentence?\n");
+      Fail(thread, "Invalid arguments. Did you forget -sentence?\n");
       return;
     }
     AddUilang(frame);
@@ -382,11 +382,11 @@ void CmdDget(ExecThread& thread, ArgVector& args) {
     if (!ok || !frame.ExpectPositional(1, 1)) return;
     int64_t did = ResolveDid(frame.positional()[0]);
     if (did == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     if (requests.requests.size() > kMaxEntries) {
-      ThreadPrint(thread, kMsgTooManyEntries, static_cast<int>(kMaxEntries));
+      Fail(thread, kMsgTooManyEntries, static_cast<int>(kMaxEntries));
       return;
     }
     if (frame.data().settings.dime) frame.AddSelectKey("dime");
@@ -438,16 +438,16 @@ void CmdDdel(ExecThread& thread, ArgVector& args) {
     });
     if (!ok) return;
     if (frame.positional().size() != 1) {
-      ThreadPrint(thread, kMsgDidRequired);
+      Fail(thread, kMsgDidRequired);
       return;
     }
     int64_t did = ResolveDid(frame.positional()[0]);
     if (did == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     if (requests.requests.size() > kMaxEntries) {
-      ThreadPrint(thread, kMsgTooManyEntries, static_cast<int>(kMaxEntries));
+      Fail(thread, kMsgTooManyEntries, static_cast<int>(kMaxEntries));
       return;
     }
 

@@ -63,7 +63,7 @@ void CmdFlags(ExecThread& thread, ArgVector& args) {
   // A dash word is a flag to clear only when the chosen table knows the name.
   for (const std::string& word : words) {
     if (word[0] == '-' && FlagValue(word.substr(1), table) == -1) {
-      ThreadPrint(thread, kMsgInvalidArg, word.c_str());
+      Fail(thread, kMsgInvalidArg, word.c_str());
       return;
     }
   }
@@ -79,7 +79,7 @@ void CmdFlags(ExecThread& thread, ArgVector& args) {
   }
   FlagFold fold = FoldFlagNames(names, table);
   if (!fold.unknown.empty()) {
-    ThreadPrint(thread, "Invalid flags:\n");
+    Fail(thread, "Invalid flags:\n");
     PrintColumns(thread, fold.unknown, kIndent, kIndent);
   }
   // Round trip through the names so that bits without a name drop out.
@@ -95,7 +95,7 @@ void CmdFeatures(ExecThread& thread, ArgVector& args) {
   std::vector<std::string> lines;
   for (const char* arg : args) {
     if (arg[0] == '-' && arg[1] != '\0') {
-      ThreadPrint(thread, kMsgInvalidArg, arg);
+      Fail(thread, kMsgInvalidArg, arg);
       return;
     }
     const char* display = FeatureDisplay(arg);

@@ -122,13 +122,13 @@ void CmdDimport(ExecThread& thread, ArgVector& args) {
     const ArgVector& words = frame.positional();
     int64_t did = words.empty() ? 0 : ResolveDid(words[0]);
     if (words.size() < 2 || did == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     std::vector<std::string> files;
     for (size_t i = 1; i < words.size(); ++i) AppendMatches(words[i], files);
     if (files.empty()) {
-      ThreadPrint(thread, "Invalid arguments. No matching files found.\n");
+      Fail(thread, "Invalid arguments. No matching files found.\n");
       return;
     }
     std::vector<std::string> contents(files.size());
@@ -179,7 +179,7 @@ void CmdDexport(ExecThread& thread, ArgVector& args) {
     const ArgVector& words = frame.positional();
     int64_t did = words.empty() ? 0 : ResolveDid(words[0]);
     if (words.empty() || words.size() > 2 || did == 0) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     std::string base = words.size() == 2 ? words[1] : std::to_string(did);
@@ -197,7 +197,7 @@ void CmdDexport(ExecThread& thread, ArgVector& args) {
     for (const nv__DictionaryData& item : response.data->item) {
       std::string name = ExportFileName(base, item.filename ? *item.filename : "");
       if (!SaveExport(name, item.filedata)) {
-        ThreadPrint(thread, "Unable to save data to file: %s\n", name.c_str());
+        Fail(thread, "Unable to save data to file: %s\n", name.c_str());
         return;
       }
       int64_t size = item.filedata && item.filedata->__size > 0 ? item.filedata->__size : 0;

@@ -557,9 +557,8 @@ class UserDump {
 };
 
 void UserDump::Refuse(const std::string& value, const char* why) {
-  ThreadPrint(thread_,
-              "Cannot dump user %s: a value holds characters a script cannot carry (%s): %s\n",
-              PrintableValue(userid_).c_str(), why, PrintableValue(value).c_str());
+  Fail(thread_, "Cannot dump user %s: a value holds characters a script cannot carry (%s): %s\n",
+       PrintableValue(userid_).c_str(), why, PrintableValue(value).c_str());
 }
 
 const nv__User* UserDump::FetchUser() {
@@ -572,11 +571,11 @@ const nv__User* UserDump::FetchUser() {
   *lang = frame.data().uilang;
   auto r = frame.Call(soap_call_nv__GetUser, lang->empty() ? nullptr : lang, nullptr, who);
   if (!r.users || r.users->item.empty()) {
-    ThreadPrint(thread_, "Um. No user returned.\n");
+    Fail(thread_, "Um. No user returned.\n");
     return nullptr;
   }
   if (r.users->item.size() > 1) {
-    ThreadPrint(thread_, "Um. Too many users returned.\n");
+    Fail(thread_, "Um. Too many users returned.\n");
     return nullptr;
   }
   return &r.users->item[0];
@@ -642,7 +641,7 @@ bool UserDump::SaveData(const DumpDictionary& d) {
     std::string file = DumpUserdataFile(prefix_, d);
     const std::string& data = userdata_[d.did];
     if (!SaveFile(file, data)) {
-      ThreadPrint(thread_, "Unable to save userdata to file: %s\n", file.c_str());
+      Fail(thread_, "Unable to save userdata to file: %s\n", file.c_str());
       return false;
     }
   }
@@ -664,7 +663,7 @@ bool UserDump::SaveData(const DumpDictionary& d) {
   }
   std::string file = DumpDataFile(prefix_, d);
   if (!SaveFile(file, data)) {
-    ThreadPrint(thread_, "Unable to save data to file: %s\n", file.c_str());
+    Fail(thread_, "Unable to save data to file: %s\n", file.c_str());
     return false;
   }
   return true;
@@ -690,7 +689,7 @@ bool UserDump::Run() {
   std::string script_name = prefix_ + "_udump.txt";
   FILE* file = fopen(script_name.c_str(), "wb");
   if (!file) {
-    ThreadPrint(thread_, "Failed to create output file: %s\n", script_name.c_str());
+    Fail(thread_, "Failed to create output file: %s\n", script_name.c_str());
     return false;
   }
   bool saved = true;
@@ -708,13 +707,13 @@ bool UserDump::Run() {
   written = fclose(file) == 0 && written;
   if (!written) {
     remove(script_name.c_str());
-    if (saved) ThreadPrint(thread_, "Failed to write output file: %s\n", script_name.c_str());
+    if (saved) Fail(thread_, "Failed to write output file: %s\n", script_name.c_str());
     return false;
   }
   if (!script.shares.empty()) {
     std::string shares_name = prefix_ + "_udump_dicshares.txt";
     if (!SaveFile(shares_name, script.shares)) {
-      ThreadPrint(thread_, "Failed to create output file: %s\n", shares_name.c_str());
+      Fail(thread_, "Failed to create output file: %s\n", shares_name.c_str());
       return false;
     }
     ThreadPrint(thread_, "Dictionary shares file: %s\n", shares_name.c_str());
@@ -732,7 +731,7 @@ void CmdUdump(ExecThread& thread, ArgVector& args) {
     OptionScanner scanner(kUdumpOptions, args);
     while (scanner.Next()) {
       if (scanner.error() != kOptOk) {
-        ThreadPrint(thread, kMsgInvalidArg, scanner.text());
+        Fail(thread, kMsgInvalidArg, scanner.text());
         return;
       }
       (scanner.id() == kUdumpPrefix ? prefix : target) = scanner.argument();
@@ -743,11 +742,11 @@ void CmdUdump(ExecThread& thread, ArgVector& args) {
     std::vector<std::string> ids;
     if (!ResolveUserIds(thread, patterns, true, true, ServerUserLister(thread), &ids)) return;
     if (ids.empty()) {
-      ThreadPrint(thread, "Invalid arguments: no users provided. See help.\n");
+      Fail(thread, "Invalid arguments: no users provided. See help.\n");
       return;
     }
     if (ids.size() > 1 && (has_prefix || has_target)) {
-      ThreadPrint(thread, "Invalid arguments. preifx and target cannot be used with multiple users.\n");
+      Fail(thread, "Invalid arguments. preifx and target cannot be used with multiple users.\n");
       return;
     }
     bool failed = false;
@@ -765,8 +764,7 @@ void CmdUdump(ExecThread& thread, ArgVector& args) {
       ThreadPrint(thread, kSeparator);
     }
     if (failed) {
-      ThreadPrint(thread, "\nErrors occurred during processing.\n");
-      MarkFailed(thread);
+      Fail(thread, "\nErrors occurred during processing.\n");
     }
     ThreadPrint(thread, "Done.\n");
   });

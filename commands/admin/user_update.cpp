@@ -104,7 +104,7 @@ bool ReadMask(const std::string& text, FlagTable table, int64_t all_value, int64
 
 bool UserUpdateParser::CurrentEngine(EngineEdit** engine) {
   if (edits_.engines.empty() || edits_.engines.back().action == "del") {
-    ThreadPrint(thread_, "This option requires an -engAdd or -engSet argument first.\n");
+    Fail(thread_, "This option requires an -engAdd or -engSet argument first.\n");
     return false;
   }
   *engine = &edits_.engines.back();
@@ -120,7 +120,7 @@ bool UserUpdateParser::TakeApi(const std::string& arg) {
   } else {
     FlagFold fold = FoldFlagList(arg, FlagTable::kApi);
     if (!fold.unknown.empty()) {
-      ThreadPrint(thread_, "The API '%s' are not valid\n", arg.c_str());
+      Fail(thread_, "The API '%s' are not valid\n", arg.c_str());
       return false;
     }
     value = fold.value;
@@ -137,7 +137,7 @@ bool UserUpdateParser::TakeLimit(const std::string& arg) {
   size_t eq = arg.find('=');
   int64_t max = 0;
   if (eq == std::string::npos || eq == 0 || !ReadDecimal(arg.substr(eq + 1), &max)) {
-    ThreadPrint(thread_, "The limit '%s' is not valid\n", arg.c_str());
+    Fail(thread_, "The limit '%s' is not valid\n", arg.c_str());
     return false;
   }
   edits_.limits.emplace_back(arg.substr(0, eq), max);
@@ -213,7 +213,7 @@ bool UserUpdateParser::TakeEngineOption(int id, const std::string& arg) {
       int64_t value = 0;
       if (!ReadMask(arg, support ? FlagTable::kSupport : FlagTable::kType,
                     support ? kSupportAll : 0, &value)) {
-        ThreadPrint(thread_, "The flags '%s' are not valid\n", arg.c_str());
+        Fail(thread_, "The flags '%s' are not valid\n", arg.c_str());
         return false;
       }
       std::optional<int>& slot = support ? engine->support : engine->type;
@@ -226,7 +226,7 @@ bool UserUpdateParser::TakeEngineOption(int id, const std::string& arg) {
     case kUoptEngMaxUser: {
       int64_t max = 0;
       if (!ReadDecimal(arg, &max)) {
-        ThreadPrint(thread_, kMsgInvalidArg, arg.c_str());
+        Fail(thread_, kMsgInvalidArg, arg.c_str());
         return false;
       }
       (id == kUoptEngMaxTech ? engine->max_tech : engine->max_user) = max;
@@ -372,7 +372,7 @@ bool ResolveUserIds(ExecThread& thread, const std::vector<std::string>& patterns
   std::vector<std::string> found;
   for (const std::string& p : patterns) {
     if (p.empty()) {
-      ThreadPrint(thread, "Invalid arguments.\n");
+      Fail(thread, "Invalid arguments.\n");
       return false;
     }
     if (p.find('*') == std::string::npos) {
@@ -380,7 +380,7 @@ bool ResolveUserIds(ExecThread& thread, const std::vector<std::string>& patterns
       continue;
     }
     if (!wildcards) {
-      ThreadPrint(thread, "Invalid arguments.\n");
+      Fail(thread, "Invalid arguments.\n");
       return false;
     }
     ThreadPrint(thread, "Getting all users for '%s'\n", p.c_str());
@@ -403,7 +403,7 @@ bool TargetUsers(ExecThread& thread, const ArgVector& positional, bool wildcards
   if (patterns.empty()) {
     const std::string& me = Local(thread).userid();
     if (me.empty()) {
-      ThreadPrint(thread, "No userid supplied.\n");
+      Fail(thread, "No userid supplied.\n");
       return false;
     }
     patterns.push_back(me);

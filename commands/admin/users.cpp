@@ -193,7 +193,7 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
       return true;
     }
     if (o.id() == kUoptTemplate && !create) {
-      ThreadPrint(thread, kMsgInvalidArg, "-template");
+      Fail(thread, kMsgInvalidArg, "-template");
       return false;
     }
     return parser.Take(o.id(), o.argument());
@@ -203,11 +203,11 @@ void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
   std::vector<std::string> ids;
   if (!TargetUsers(thread, frame.positional(), !create, !create, &ids)) return;
   if (ids.empty()) {
-    ThreadPrint(thread, create ? "No users selected.\n" : "No users matched.\n");
+    Fail(thread, create ? "No users selected.\n" : "No users matched.\n");
     return;
   }
   if (!edits.ip_edits.empty() && ids.size() > 1) {
-    ThreadPrint(thread, "Can't use -useripadd or -useripdel with more than more userid.\n");
+    Fail(thread, "Can't use -useripadd or -useripdel with more than more userid.\n");
     return;
   }
 
@@ -302,7 +302,7 @@ void CmdUdelete(ExecThread& thread, ArgVector& args) {
     std::vector<std::string> ids;
     if (!TargetUsers(thread, frame.positional(), true, false, &ids)) return;
     if (ids.empty()) {
-      ThreadPrint(thread, "No users selected.\n");
+      Fail(thread, "No users selected.\n");
       return;
     }
     frame.PrintSelectKeys();

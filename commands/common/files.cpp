@@ -37,7 +37,7 @@ bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data
   // size to reserve: it counts as a file that cannot be opened.
   long long size = file ? OpenFileSize(file.get()) : -1;
   if (size < 0) {
-    ThreadPrint(thread, "Unable to open file: %s\n", path.c_str());
+    Fail(thread, "Unable to open file: %s\n", path.c_str());
     return false;
   }
   // Size the buffer from a regular file; read until the end either way.
@@ -47,7 +47,7 @@ bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data
   while ((got = fread(buffer, 1, sizeof buffer, file.get())) > 0) data.append(buffer, got);
   if (ferror(file.get())) {
     data.clear();
-    ThreadPrint(thread, "Failed to read file data\n");
+    Fail(thread, "Failed to read file data\n");
     return false;
   }
   return true;
@@ -63,8 +63,8 @@ namespace {
 bool WriteParts(ExecThread& thread, const std::string& path, std::string_view head, std::string_view body) {
   switch (WriteWholeFile(path, head, body)) {
     case WriteResult::kOk: return true;
-    case WriteResult::kOpenFailed: ThreadPrint(thread, "Unable to open file: %s\n", path.c_str()); break;
-    case WriteResult::kWriteFailed: ThreadPrint(thread, "Failed to write file data: %s\n", path.c_str()); break;
+    case WriteResult::kOpenFailed: Fail(thread, "Unable to open file: %s\n", path.c_str()); break;
+    case WriteResult::kWriteFailed: Fail(thread, "Failed to write file data: %s\n", path.c_str()); break;
   }
   return false;
 }
@@ -81,7 +81,7 @@ bool WriteFileData(ExecThread& thread, const std::string& path, std::string_view
 
 bool SaveBinaryFile(ExecThread& thread, const std::string& path, std::string_view body) {
   if (WriteWholeFile(path, {}, body) == WriteResult::kOk) return true;
-  ThreadPrint(thread, "Unable to save binary data to file: %s\n", path.c_str());
+  Fail(thread, "Unable to save binary data to file: %s\n", path.c_str());
   return false;
 }
 

@@ -278,7 +278,7 @@ void CmdDlang(ExecThread& thread, ArgVector& args) {
     if (!ScanDlangOptions(frame, args, fields)) return;
     auto& [language_hint, encoding_hint, domain, from_code, file] = fields;
     if (file.given && !frame.positional().empty()) {
-      ThreadPrint(thread, "File language detection cannot have other texts specified.\n");
+      Fail(thread, "File language detection cannot have other texts specified.\n");
       return;
     }
     if (!file.given && !frame.ExpectPositional(1, 1)) return;

@@ -91,7 +91,7 @@ std::string Details(const std::string* type, const std::string* encoding) {
 
 bool FitsRequest(ExecThread& thread, const std::string& path, const std::string& data) {
   if (data.size() <= static_cast<size_t>(INT_MAX)) return true;
-  ThreadPrint(thread, "File too large to send: %s\n", path.c_str());
+  Fail(thread, "File too large to send: %s\n", path.c_str());
   return false;
 }
 
@@ -143,7 +143,7 @@ void Attachments(ExecThread& thread, const std::vector<const nv__OutputFileArray
     if (named.last != i) continue;
     if (!made) {
       if (!MakeDirectory(folder.c_str())) {
-        ThreadPrint(thread, "Unable to create output directory: %s\n", folder.c_str());
+        Fail(thread, "Unable to create output directory: %s\n", folder.c_str());
         return;
       }
       made = true;
@@ -205,7 +205,7 @@ bool ReadDocumentRequest(RequestFrame& frame, ArgVector& args, bool multi, Docum
   size_t next = 0;
   if (req.rules_file.empty()) {
     if (words.empty()) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return false;
     }
     req.rules = words[next++];
@@ -215,7 +215,7 @@ bool ReadDocumentRequest(RequestFrame& frame, ArgVector& args, bool multi, Docum
     for (; next < last; ++next) req.inline_docs.emplace_back(words[next]);
   }
   if (next != words.size()) {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return false;
   }
   if (!req.rules_file.empty()) {
@@ -345,7 +345,7 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
     });
     if (!ok || !frame.ExpectPositional(0, 0)) return;
     if (input.empty() || transform.empty()) {
-      ThreadPrint(thread, kMsgInvalidArgs);
+      Fail(thread, kMsgInvalidArgs);
       return;
     }
     std::string xslt, xml;
@@ -373,11 +373,11 @@ void CmdXml(ExecThread& thread, ArgVector& args) {
       }
     }
     if (!r.txnDoc) {
-      ThreadPrint(thread, "No translated document returned.\n");
+      Fail(thread, "No translated document returned.\n");
     } else {
       std::string_view bytes = PayloadBytes(r.txnDoc);
       if (WriteWholeFile(output, {}, bytes) != WriteResult::kOk) {
-        ThreadPrint(thread, "ERROR: failed to open output file %s\n", output.c_str());
+        Fail(thread, "ERROR: failed to open output file %s\n", output.c_str());
       } else {
         ThreadPrint(thread, "Output File: %s (%d bytes)\n", output.c_str(), static_cast<int>(bytes.size()));
       }

@@ -45,7 +45,7 @@ bool FindHeader(std::string_view block, std::string_view name, std::string& valu
 // removed in its place.
 bool ClearPath(ExecThread& thread, const std::string& path) {
   if (IsDirectory(path.c_str()) || (remove(path.c_str()) != 0 && errno != ENOENT)) {
-    ThreadPrint(thread, "Failed to overwrite temporary file: %s\n", path.c_str());
+    Fail(thread, "Failed to overwrite temporary file: %s\n", path.c_str());
     return false;
   }
   return true;
@@ -101,7 +101,7 @@ bool DownloadUrl(ExecThread& thread, const std::string& url, const std::string& 
                   "--output-document=" + work, std::string("--user-agent=") + kWgetUserAgent, url});
   if (status != 0) {
     remove(work.c_str());
-    ThreadPrint(thread, "Failed to download using wget.\n");
+    Fail(thread, "Failed to download using wget.\n");
     return false;
   }
 
@@ -112,7 +112,7 @@ bool DownloadUrl(ExecThread& thread, const std::string& url, const std::string& 
   size_t body = 0;
   bool ok = ClearPath(thread, result.file) && ReadFileData(thread, work, saved);
   if (ok && !SplitSavedResponse(saved, result.content_type, body)) {
-    ThreadPrint(thread, "Failed to process the file.\n");
+    Fail(thread, "Failed to process the file.\n");
     ok = false;
   }
   remove(work.c_str());

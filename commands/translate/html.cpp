@@ -114,14 +114,14 @@ struct Rule {
 void AddRewriteRule(ExecThread& thread, const std::string& rule, std::vector<Rule>& rules) {
   size_t equals = rule.find('=');
   if (equals == std::string::npos) {
-    ThreadPrint(thread, "Invalid rewrite rule: %s.\n", rule.c_str());
+    Fail(thread, "Invalid rewrite rule: %s.\n", rule.c_str());
     return;
   }
   unsigned tags = 0;
   std::string bad;
   if (!ParseRewriteTags(std::string_view(rule).substr(0, equals), tags, bad)) {
     // A rule with no tag names at all is shown whole.
-    ThreadPrint(thread, "Invalid rewrite tags: %s\n", bad.empty() ? rule.c_str() : bad.c_str());
+    Fail(thread, "Invalid rewrite tags: %s\n", bad.empty() ? rule.c_str() : bad.c_str());
     return;
   }
   rules.push_back({tags, rule.substr(equals + 1)});
@@ -194,7 +194,7 @@ bool LoadHtmlDocument(RequestFrame& frame, HtmlRequest& req) {
     return true;
   }
   if (req.base_url.empty() && req.infile.empty()) {
-    ThreadPrint(thread, kMsgInvalidArgs);
+    Fail(thread, kMsgInvalidArgs);
     return false;
   }
   std::string down_target;

@@ -72,7 +72,7 @@ bool ParseSourceBlock(ExecThread* thread, std::string_view argument, ParsedBlock
     char id = i + 2 < argument.size() ? argument[i + 2] : '\0';
     if (id < '0' || id > '9') {
       if (thread) {
-        ThreadPrint(*thread, "ERROR: Data marker (%s) is missing ID\n\n", track ? "@@" : "##");
+        Fail(*thread, "ERROR: Data marker (%s) is missing ID\n\n", track ? "@@" : "##");
       }
       block.text = std::string(argument);
       return false;
@@ -170,11 +170,11 @@ nv__SourceBlockArray* TextInput::Assemble(RequestFrame& frame, const char* mixtu
   const ArgVector& words = frame.positional();
   bool file = !input_file_.empty();
   if (!file && words.empty()) {
-    ThreadPrint(thread, "No text blocks supplied. See help.\n");
+    Fail(thread, "No text blocks supplied. See help.\n");
     return nullptr;
   }
   if (file && !words.empty()) {
-    ThreadPrint(thread, "%s", mixture_message);
+    Fail(thread, "%s", mixture_message);
     return nullptr;
   }
   nv__SourceBlockArray* blocks = soap_new_nv__SourceBlockArray(soap);
@@ -219,7 +219,7 @@ bool TextInput::OpenOutput(ExecThread& thread) {
   // Appending opens without truncating what may still be the input.
   FILE* file = IsDirectory(output_file_.c_str()) ? nullptr : fopen(output_file_.c_str(), "ab");
   if (!file) {
-    ThreadPrint(thread, "Unable to open file: %s\n", output_file_.c_str());
+    Fail(thread, "Unable to open file: %s\n", output_file_.c_str());
     return false;
   }
   fclose(file);
@@ -230,7 +230,7 @@ bool TextInput::OpenOutput(ExecThread& thread) {
 bool TextInput::WriteOutput(ExecThread& thread, const std::string* text) {
   written_ = true;
   bool ok = WriteSignedFile(thread, output_file_, text ? *text : std::string());
-  if (ok && !text) ThreadPrint(thread, "Failed to generate text block.\n");
+  if (ok && !text) Fail(thread, "Failed to generate text block.\n");
   return ok && text;
 }
 

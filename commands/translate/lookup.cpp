@@ -85,7 +85,7 @@ void CmdLookup(ExecThread& thread, ArgVector& args) {
     });
     if (!ok) return;
     if (frame.positional().size() != 1) {
-      ThreadPrint(thread, kNoWord);
+      Fail(thread, kNoWord);
       return;
     }
     std::string word = frame.positional()[0];
@@ -103,7 +103,7 @@ void CmdLookupEntry(ExecThread& thread, ArgVector& args) {
     RequestFrame frame(thread, "");
     if (!frame.Scan(kLookupEntryOptions, args)) return;
     if (frame.positional().empty()) {
-      ThreadPrint(thread, kNoWord);
+      Fail(thread, kNoWord);
       return;
     }
     nv__StringArray words;

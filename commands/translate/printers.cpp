@@ -354,7 +354,7 @@ bool BuildTranslation(const nv__TranslationBlock& block, std::string& translatio
 size_t CheckBlockCount(ExecThread& thread, size_t sent, size_t received) {
   if (sent == received) return sent;
   static const char kMismatch[] = "Number of response blocks does not match request blocks!!!!\n";
-  ThreadPrint(thread, kMismatch);
+  Fail(thread, kMismatch);
   ConsoleError(kMismatch);
   return std::min(sent, received);
 }

@@ -104,7 +104,7 @@ void CmdStext(ExecThread& thread, ArgVector& args) {
     RequestFrame frame(thread, CacheMark(thread));
     if (!frame.Scan(kStextOptions, args)) return;
     if (frame.positional().empty()) {
-      ThreadPrint(thread, "Invalid arguments: no text supplied. See help.\n");
+      Fail(thread, "Invalid arguments: no text supplied. See help.\n");
       return;
     }
     if (!frame.ExpectPositional(1, 1)) return;

@@ -96,7 +96,7 @@ class OutputFile {
     path_ = path;
     file_ = fopen(path.c_str(), "wb");
     if (!file_) {
-      ThreadPrint(thread, "Failed to create output file: %s\n", path.c_str());
+      Fail(thread, "Failed to create output file: %s\n", path.c_str());
       return false;
     }
     Write(head);
@@ -118,7 +118,7 @@ class OutputFile {
     file_ = nullptr;
     if (!ok) {
       remove(path_.c_str());
-      ThreadPrint(thread, "Failed to write output file: %s\n", path_.c_str());
+      Fail(thread, "Failed to write output file: %s\n", path_.c_str());
     }
     return ok;
   }
@@ -223,7 +223,7 @@ void TranslateFile(RequestFrame& frame, const TfileRun& run,
   std::ifstream in;
   if (!IsDirectory(path.c_str())) in.open(path, std::ios::binary);
   if (!in.is_open()) {
-    ThreadPrint(thread, "Failed to open file: %s\n", path.c_str());
+    Fail(thread, "Failed to open file: %s\n", path.c_str());
     return;
   }
   OutputFile txn, org, dic;
@@ -313,13 +313,13 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
           break;
         case kTfBlocks:
           if (!ReadCount(value, 1, run.selection.blocks)) {
-            ThreadPrint(thread, "Invalid block count: %s\n", value);
+            Fail(thread, "Invalid block count: %s\n", value);
             return false;
           }
           break;
         case kTfLines:
           if (!tfile::ParseLineRange(value, run.selection.first, run.selection.last)) {
-            ThreadPrint(thread, "Invalid line range: %s\n", value);
+            Fail(thread, "Invalid line range: %s\n", value);
             return false;
           }
           break;
@@ -332,7 +332,7 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
         case kTfDid: {
           unsigned did = 0;
           if (!ReadCount(value, 0, did)) {
-            ThreadPrint(thread, "Invalid dictionary ID: %s\n", value);
+            Fail(thread, "Invalid dictionary ID: %s\n", value);
             return false;
           }
           ask_dicinfo();
@@ -344,7 +344,7 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
         case kTfFlush: run.flush = true; break;
         case kTfSkip:
           if (!ReadCount(value, 0, run.selection.skip)) {
-            ThreadPrint(thread, "Invalid skip count: %s\n", value);
+            Fail(thread, "Invalid skip count: %s\n", value);
             return false;
           }
           break;
@@ -356,7 +356,7 @@ void CmdTfile(ExecThread& thread, ArgVector& args) {
 
     std::vector<std::string> files = MatchPaths(frame.positional()[0], false);
     if (files.empty()) {
-      ThreadPrint(thread, "Invalid arguments. No matching files found.\n");
+      Fail(thread, "Invalid arguments. No matching files found.\n");
       return;
     }
     if (!run.outdir.empty()) MakeDirectory(run.outdir.c_str());

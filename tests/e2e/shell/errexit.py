@@ -1,0 +1,59 @@
+#!/usr/bin/env python3
+"""lexctl3 --errexit: one failure of each kind on the main thread ends the run
+after its report with status 2, and the other threads are stopped; a failed
+thread makes the status 2 too and is named on standard error."""
+import os
+import subprocess
+import sys
+import tempfile
+
+sys.path.insert(0, os.path.join(os.path.dirname(__file__), ".."))
+from harness import report  # noqa: E402
+from run_case import Lexsim  # noqa: E402
+
+FAULT = "SOAP EXCEPTION:\nErr: ACCESS_DENIED\nMsg: Fault requested by select key\n"
+SPIN = "proc begin spin\nsleep 100\nproc end\nloop spin count 1000\n"
+# kind, script (each ends with "echo after"), its other files, stdout, stderr
+CASES = [
+    ("argument", "threads start spinner spin.lex\ndcreate -type bogus", {"spin.lex": SPIN},
+     "> threads start spinner spin.lex\n> dcreate -type bogus\nInvalid type: bogus. See help.\n", ""),
+    ("file", "text -file nosuch.txt", {}, "> text -file nosuch.txt\nUnable to open file: nosuch.txt\n", ""),
+    ("transport", "setopt server http://127.0.0.1:1\ntest", {},
+     "> setopt server http://127.0.0.1:1\n> test \n\nFAILED: SOAP_TCP_ERROR (28): Connection refused.\n", ""),
+    ("fault", "test -select sim.fault=ACCESS_DENIED", {},
+     "> test -select sim.fault=ACCESS_DENIED\nSelectKeys:   sim.fault=ACCESS_DENIED\n\n" + FAULT, ""),
+    ("error array", "test -reqgroup 42 -select sim.fault=BUSY", {},
+     "> test -reqgroup 42 -select sim.fault=BUSY\nSelectKeys:   sim.fault=BUSY\n\nSOAP EXCEPTION:\n"
+     "Err: BUSY\nMsg: Fault requested by select key\nWarnings:\n   reqgroup = 1\n\n", ""),
+    ("unknown command", "nosuch", {}, "> nosuch \nUnrecognized command: nosuch\n", ""),
+    ("thread", "threads start worker worker.lex\nthreads joinall",
+     {"worker.lex": "test -select sim.fault=ACCESS_DENIED\n"},
+     "> threads start worker worker.lex\n> threads joinall\n> echo after\nafter \n",
+     "Thread worker failed: SOAP EXCEPTION: Err: ACCESS_DENIED Msg: Fault requested by select key\n"),
+]
+
+
+def main():
+    lexctl, lexsim = sys.argv[1], sys.argv[2]
+    failures = []
+    with tempfile.TemporaryDirectory(prefix="lexctl3-errexit-") as cwd:
+        sim = Lexsim(lexsim, [], cwd)
+        try:
+            for kind, script, files, stdout, stderr in CASES:
+                files = dict(files, **{"case.lex": script + "\necho after\n"})
+                for name, body in files.items():
+                    with open(os.path.join(cwd, name), "w") as f:
+                        f.write(body)
+                quiet = ["@setopt commslayer gsoap", f"@setopt server {sim.server}", "@setopt userid admin",
+                         "@setopt passwd admin"]
+                proc = subprocess.run([lexctl, "--errexit"] + quiet + ["--script", "case.lex"], cwd=cwd,
+                                      capture_output=True, text=True, timeout=120, env=dict(os.environ, HOME=cwd))
+                if (proc.returncode, proc.stdout, proc.stderr) != (2, stdout, stderr):
+                    failures.append(f"{kind}: status {proc.returncode}\n{proc.stdout}{proc.stderr}")
+        finally:
+            sim.stop()
+    return report("errexit", failures, len(CASES))
+
+
+if __name__ == "__main__":
+    sys.exit(main())
