@@ -352,4 +352,14 @@ const CommandRecord kPasswordCommandRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kSessionOptionTables[] = {
+    {"versions", kVersionsOptions},
+    {"test", kTestOptions},
+    {"creates", kCreatesOptions},
+    {"ends", kEndsOptions},
+    {"pwhash", kPwhashOptions},
+    {"passwd", kPasswdOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

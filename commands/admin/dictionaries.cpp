@@ -498,4 +498,13 @@ const CommandRecord kLastdidRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kDictionaryOptionTables[] = {
+    {"dcreate", kCreateOptions},
+    {"dupdate", kUpdateOptions},
+    {"dcopy", kCopyOptions},
+    {"dremove", kRemoveOptions},
+    {"dchown", kChownOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

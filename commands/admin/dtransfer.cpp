@@ -336,4 +336,9 @@ const CommandRecord kTransferRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kTransferOptionTables[] = {
+    {"dtransfer", kTransferOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

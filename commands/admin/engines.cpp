@@ -202,4 +202,10 @@ const CommandRecord kProfileRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kEngineOptionTables[] = {
+    {"einfo", kEngineQueryOptions},
+    {"profile", kProfileOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

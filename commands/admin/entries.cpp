@@ -522,4 +522,12 @@ const CommandRecord kEntryRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kEntryOptionTables[] = {
+    {"dadd", kDaddOptions},
+    {"daddtm", kDaddtmOptions},
+    {"dget", kDgetOptions},
+    {"ddel", kDdelOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

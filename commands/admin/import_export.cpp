@@ -270,4 +270,10 @@ const CommandRecord kImportExportRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kImportExportOptionTables[] = {
+    {"dimport", kImportOptions},
+    {"dexport", kExportOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

@@ -801,4 +801,9 @@ const CommandRecord kUdumpRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kUdumpOptionTables[] = {
+    {"udump", kUdumpOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

@@ -342,4 +342,13 @@ const CommandRecord kUserRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kUserOptionTables[] = {
+    {"ucreate", kUserUpdateOptions},
+    {"uupdate", kUserUpdateOptions},
+    {"uget", kEngineQueryOptions},
+    {"ulist", kUlistOptions},
+    {"udelete", kUdeleteOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

@@ -472,4 +472,12 @@ const CommandRecord kAnalysisCommandRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kAnalysisOptionTables[] = {
+    {"parse", kParseOptions},
+    {"split", kSplitOptions},
+    {"dlang", kDlangOptions},
+    {"recode", kRecodeOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

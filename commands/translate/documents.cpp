@@ -473,4 +473,11 @@ const CommandRecord kDocumentCommandRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kDocumentOptionTables[] = {
+    {"tran", kTranOptions},
+    {"tmulti", kTmultiOptions},
+    {"xml", kXmlOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

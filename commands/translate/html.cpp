@@ -366,4 +366,9 @@ const CommandRecord kHtmlCommandRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kHtmlOptionTables[] = {
+    {"html", kHtmlOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

@@ -174,4 +174,10 @@ const CommandRecord kLookupCommandRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kLookupOptionTables[] = {
+    {"lookup", kLookupOptions},
+    {"lookupentry", kLookupEntryOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

@@ -232,4 +232,11 @@ const CommandRecord kTextCommandRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kTextOptionTables[] = {
+    {"text", kTextOptions},
+    {"utext", kUtextOptions},
+    {"stext", kStextOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl

@@ -399,4 +399,9 @@ const CommandRecord kTfileCommandRows[] = {
     {nullptr, nullptr, 0, nullptr, nullptr},
 };
 
+const CommandOptionTable kTfileOptionTables[] = {
+    {"tfile", kTfileOptions},
+    {nullptr, nullptr},
+};
+
 }  // namespace lexctl
