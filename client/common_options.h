@@ -53,6 +53,7 @@ inline constexpr uint32_t kTxncacheOptions = kTakeTxncache | kTakeTxncachemark;
 /// -eid and -prop of the commands that select an engine.
 inline constexpr uint32_t kEngineOptions = kTakeEid | kTakeProp;
 
+/// A shared row and the bit that picks it.
 struct SharedOption {
   uint32_t bit;
   OptionDef row;
@@ -78,6 +79,18 @@ inline constexpr SharedOption kSharedOptions[] = {
     {kTakeProp, {kOptEngineProp, "-prop", kOptRequired}},
     {kTakeEndOfOptions, {kOptEndOfOptions, "--", kOptNoArgument}},
 };
+
+/// Help lines of the common options, for usage texts.
+#define LEXCTL_COMMON_OPTION_HELP                                                  \
+  "    -select     Specify extra select keys in the request.\n"                    \
+  "    -strict     Use strict error processing.\n"                                 \
+  "    -reqgroup   Start a new or specify an existing request group.\n"            \
+  "    -runas      Execute the command using the specified user's account, but\n"  \
+  "                the current user's permissions.\n"                              \
+  "    -rmax       Specify the maximum amount of time in milliseconds that this\n" \
+  "                request is permitted to execute for. If processing of the\n"    \
+  "                request takes longer than this, it will be terminated and\n"    \
+  "                a SOAP fault returned.\n"
 
 /// An option table ended by the id -1 row. It passes wherever the scanner
 /// or the frame takes a table.

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/admin/einfo_options.h"
 #include "commands/admin/engine_printer.h"
@@ -132,8 +133,8 @@ constexpr char kUdeleteUsage[] =
     "\nUSERID may hold \"*\" wildcards ('mygroup/f*'); your own userid is never\n"
     "deleted.\n";
 
-const OptionDef kUlistOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-display"), LEXCTL_OPT_END};
-const OptionDef kUdeleteOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-force"), LEXCTL_OPT_END};
+constexpr auto kUlistOptions = CommandOptions<kCommonOptions>({SelectKey("-display")});
+constexpr auto kUdeleteOptions = CommandOptions<kCommonOptions>({SelectKey("-force")});
 
 // ucreate and uupdate: one parser, one loop over the users.
 void RunUpdate(ExecThread& thread, ArgVector& args, bool create) {
@@ -343,12 +344,8 @@ const CommandRecord kUserRows[] = {
 };
 
 const CommandOptionTable kUserOptionTables[] = {
-    {"ucreate", kUserUpdateOptions},
-    {"uupdate", kUserUpdateOptions},
-    {"uget", kEngineQueryOptions},
-    {"ulist", kUlistOptions},
-    {"udelete", kUdeleteOptions},
-    {nullptr, nullptr},
+    {"ucreate", kUserUpdateOptions}, {"uupdate", kUserUpdateOptions}, {"uget", kEngineQueryOptions},
+    {"ulist", kUlistOptions},        {"udelete", kUdeleteOptions},    {nullptr, nullptr},
 };
 
 }  // namespace lexctl
