@@ -59,38 +59,6 @@ enum CommonOptionId : int {
   kOptEndOfOptions = 1002,  // --: every later word is positional
 };
 
-// Rows of the common block, for building option tables.
-#define LEXCTL_OPT_SELECT {lexctl::kOptSelectKeys, "-select", lexctl::kOptRequired}
-#define LEXCTL_OPT_KEY(name) {lexctl::kOptSelectKey, name, lexctl::kOptNoArgument}
-#define LEXCTL_OPT_KEY_ARG(name) {lexctl::kOptSelectKey, name, lexctl::kOptRequired}
-#define LEXCTL_OPT_REQGROUP {lexctl::kOptReqgroup, "-reqgroup", lexctl::kOptRequired}
-#define LEXCTL_OPT_END {-1, nullptr, 0}
-/// -eid and -prop of the commands that select an engine.
-#define LEXCTL_OPT_ENGINE                                  \
-  {lexctl::kOptEngineId, "-eid", lexctl::kOptRequired},   \
-      {lexctl::kOptEngineProp, "-prop", lexctl::kOptRequired}
-#define LEXCTL_OPT_END_OF_OPTIONS {lexctl::kOptEndOfOptions, "--", lexctl::kOptNoArgument}
-
-/// The common option block that nearly every service command starts with,
-/// in the order the usage texts list it.
-#define LEXCTL_COMMON_OPTIONS                                                            \
-  LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),            \
-      LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"),                        \
-      LEXCTL_OPT_KEY("-resetsessions"), LEXCTL_OPT_KEY_ARG("-dbcache"),                  \
-      LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_REQGROUP
-
-/// Help lines of the common options, for usage texts.
-#define LEXCTL_COMMON_OPTION_HELP                                                  \
-  "    -select     Specify extra select keys in the request.\n"                    \
-  "    -strict     Use strict error processing.\n"                                 \
-  "    -reqgroup   Start a new or specify an existing request group.\n"           \
-  "    -runas      Execute the command using the specified user's account, but\n" \
-  "                the current user's permissions.\n"                              \
-  "    -rmax       Specify the maximum amount of time in milliseconds that this\n" \
-  "                request is permitted to execute for. If processing of the\n"    \
-  "                request takes longer than this, it will be terminated and\n"    \
-  "                a SOAP fault returned.\n"
-
 /// Runs a command body, printing a SoapException or Exception it throws;
 /// the script goes on either way.
 void RunGuarded(ExecThread& thread, const std::function<void()>& body);

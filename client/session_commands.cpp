@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/credentials.h"
 #include "client/frame.h"
 #include "shell/dispatch.h"
@@ -24,44 +25,31 @@ namespace {
 std::mutex server_version_lock;
 std::string server_version = "<unknown>";
 
-const OptionDef kVersionsOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_END};
+constexpr auto kVersionsOptions = CommandOptions<kCommonOptions>();
 
 enum TestOption { kTestString = kOptOwn, kTestNumber, kTestBinary };
-const OptionDef kTestOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                   LEXCTL_OPT_KEY_ARG("-delay"),
-                                   {kTestString, "-string", kOptRequired},
-                                   {kTestNumber, "-number", kOptRequired},
-                                   {kTestBinary, "-binary", kOptRequired},
-                                   LEXCTL_OPT_END};
+constexpr auto kTestOptions =
+    CommandOptions<kCommonOptions>({SelectKey("-delay", kOptRequired),
+                                    {kTestString, "-string", kOptRequired},
+                                    {kTestNumber, "-number", kOptRequired},
+                                    {kTestBinary, "-binary", kOptRequired}});
 
-const OptionDef kCreatesOptions[] = {
-    LEXCTL_OPT_SELECT,         LEXCTL_OPT_KEY("-strict"),       LEXCTL_OPT_KEY_ARG("-runas"),
-    LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"), LEXCTL_OPT_KEY_ARG("-dbcache"),
-    LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_REQGROUP,             LEXCTL_OPT_END};
+constexpr auto kCreatesOptions = CommandOptions<kCommonOptions & ~kTakeResetsessions>();
 
 enum EndsOption { kEndsClear = kOptOwn };
-const OptionDef kEndsOptions[] = {LEXCTL_COMMON_OPTIONS, {kEndsClear, "-clear", kOptNoArgument}, LEXCTL_OPT_END};
+constexpr auto kEndsOptions =
+    CommandOptions<kCommonOptions>({{kEndsClear, "-clear", kOptNoArgument}});
 
+// -runas is also the user the new password is hashed with.
 enum PasswdOption { kPasswdRunas = kOptOwn, kPasswdLiteral };
-const OptionDef kPasswdOptions[] = {
-    LEXCTL_OPT_SELECT,
-    LEXCTL_OPT_KEY("-strict"),
-    {kPasswdRunas, "-runas", kOptRequired},
-    LEXCTL_OPT_KEY_ARG("-uilang"),
-    LEXCTL_OPT_KEY_ARG("-rmax"),
-    LEXCTL_OPT_KEY("-resetsessions"),
-    LEXCTL_OPT_KEY_ARG("-dbcache"),
-    LEXCTL_OPT_KEY("-neweid"),
-    LEXCTL_OPT_REQGROUP,
-    {kPasswdLiteral, "-literal", kOptNoArgument},
-    LEXCTL_OPT_END};
+constexpr auto kPasswdOptions = CommandOptions<kCommonOptions & ~kTakeRunas>(
+    {{kPasswdRunas, "-runas", kOptRequired}, {kPasswdLiteral, "-literal", kOptNoArgument}});
 
 enum PwhashOption { kPwhashLicence = kOptOwn, kPwhashHttp };
-const OptionDef kPwhashOptions[] = {{kPwhashLicence, "-l", kOptNoArgument},
-                                     {kPwhashLicence, "-licence", kOptNoArgument},
-                                     {kPwhashHttp, "-h", kOptNoArgument},
-                                     {kPwhashHttp, "-http", kOptNoArgument},
-                                     LEXCTL_OPT_END};
+constexpr auto kPwhashOptions = CommandOptions({{kPwhashLicence, "-l", kOptNoArgument},
+                                                {kPwhashLicence, "-licence", kOptNoArgument},
+                                                {kPwhashHttp, "-h", kOptNoArgument},
+                                                {kPwhashHttp, "-http", kOptNoArgument}});
 
 // The password hash a user's settings stand for.
 std::string HashOf(const std::string& userid, const std::string& passwd) {
@@ -332,6 +320,16 @@ const CommandRecord kPasswordCommandRows[] = {
      "NEW_PASSWORD is sent without modification. This is useful only for testing a password hash "
      "generated elsewhere."},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kSessionOptionTables[] = {
+    {"versions", kVersionsOptions},
+    {"test", kTestOptions},
+    {"creates", kCreatesOptions},
+    {"ends", kEndsOptions},
+    {"pwhash", kPwhashOptions},
+    {"passwd", kPasswdOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

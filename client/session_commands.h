@@ -2,6 +2,7 @@
 #pragma once
 
 #include "shell/command.h"
+#include "shell/option_scanner.h"
 
 namespace lexctl {
 
@@ -18,5 +19,7 @@ extern const CommandRecord kInformationalRows[];
 extern const CommandRecord kSessionControlRows[];
 /// Rows of the password commands, which belong to the group USERS.
 extern const CommandRecord kPasswordCommandRows[];
+/// The option tables of all these commands.
+extern const CommandOptionTable kSessionOptionTables[];
 
 }  // namespace lexctl

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "shell/exec_thread.h"
 
@@ -16,13 +17,11 @@ namespace {
 using namespace lexctl;
 
 enum Own { kName = kOptOwn, kFlag, kLevel, kRefused };
-const OptionDef kTable[] = {LEXCTL_COMMON_OPTIONS,
-                            LEXCTL_OPT_KEY_ARG("-delay"),
-                            {kName, "-name", kOptRequired},
-                            {kFlag, "-flag", kOptNoArgument},
-                            {kLevel, "-level", kOptOptional},
-                            {kRefused, "refused", kOptNoArgument},
-                            LEXCTL_OPT_END};
+constexpr auto kTable = CommandOptions<kCommonOptions>({SelectKey("-delay", kOptRequired),
+                                                        {kName, "-name", kOptRequired},
+                                                        {kFlag, "-flag", kOptNoArgument},
+                                                        {kLevel, "-level", kOptOptional},
+                                                        {kRefused, "refused", kOptNoArgument}});
 
 // Every word is an option, an option's argument or a positional, exactly
 // once; an argument is the next word or the text after "=" in the option.

@@ -21,6 +21,13 @@ struct OptionDef {
   int kind;
 };
 
+/// A command and the table it scans with. Each command family lists its own
+/// so that a test can hold every table against the command's usage text.
+struct CommandOptionTable {
+  const char* command;
+  const OptionDef* table;
+};
+
 enum OptionError : int {
   kOptOk = 0,
   kOptUnknown = 1,

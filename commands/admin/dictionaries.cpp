@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/did_list.h"
 #include "client/frame.h"
 #include "commands/admin/dict_printers.h"
@@ -35,9 +36,9 @@ enum CreateOption {
   kOptTo,
 };
 
-const OptionDef kCreateOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                    {kOptEid, "-eid", kOptRequired},
-                                    LEXCTL_OPT_KEY("-details"),
+constexpr auto kCreateOptions =
+    CommandOptions<kCommonOptions>({{kOptEid, "-eid", kOptRequired},
+                                    SelectKey("-details"),
                                     {kOptType, "-type", kOptRequired},
                                     {kOptSubject, "-subject", kOptRequired},
                                     {kOptDisplay, "-display", kOptRequired},
@@ -46,29 +47,23 @@ const OptionDef kCreateOptions[] = {LEXCTL_COMMON_OPTIONS,
                                     {kOptVender, "-vender", kOptRequired},
                                     // The spelling user-dump scripts write.
                                     {kOptVender, "-vendor", kOptRequired},
-                                    {kOptUserdata, "-userdata", kOptRequired},
-                                    LEXCTL_OPT_END};
+                                    {kOptUserdata, "-userdata", kOptRequired}});
 
-const OptionDef kUpdateOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                    LEXCTL_OPT_KEY("-details"),
+constexpr auto kUpdateOptions =
+    CommandOptions<kCommonOptions>({SelectKey("-details"),
                                     {kOptAdd, "-add", kOptRequired},
                                     {kOptDel, "-del", kOptRequired},
                                     {kOptSubject, "-subject", kOptRequired},
                                     {kOptDisplay, "-display", kOptRequired},
-                                    {kOptComment, "-comment", kOptRequired},
-                                    LEXCTL_OPT_END};
+                                    {kOptComment, "-comment", kOptRequired}});
 
-const OptionDef kCopyOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                  {kOptDid, "-did", kOptRequired},
-                                  {kOptType, "-type", kOptRequired},
-                                  LEXCTL_OPT_END};
+constexpr auto kCopyOptions = CommandOptions<kCommonOptions>(
+    {{kOptDid, "-did", kOptRequired}, {kOptType, "-type", kOptRequired}});
 
-const OptionDef kRemoveOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                    {kOptFrom, "-from", kOptRequired},
-                                    {kOptTo, "-to", kOptRequired},
-                                    LEXCTL_OPT_END};
+constexpr auto kRemoveOptions = CommandOptions<kCommonOptions>(
+    {{kOptFrom, "-from", kOptRequired}, {kOptTo, "-to", kOptRequired}});
 
-const OptionDef kChownOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_END};
+constexpr auto kChownOptions = CommandOptions<kCommonOptions>();
 
 // The display texts and memory details that dcreate and dupdate share.
 struct DictionaryTexts {
@@ -471,6 +466,11 @@ const CommandRecord kLastdidRows[] = {
      "Lists the dictionaries created or copied in this run, newest first. Every DID\n"
      "argument may be written LAST (the newest) or LAST-N (N places older).\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kDictionaryOptionTables[] = {
+    {"dcreate", kCreateOptions}, {"dupdate", kUpdateOptions}, {"dcopy", kCopyOptions},
+    {"dremove", kRemoveOptions}, {"dchown", kChownOptions},   {nullptr, nullptr},
 };
 
 }  // namespace lexctl

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/did_list.h"
 #include "client/frame.h"
 #include "commands/admin/flag_tables.h"
@@ -34,11 +35,10 @@ constexpr char kDtransferUsage[] =
     "hold \"*\" wildcards; your own userid is skipped.\n";
 
 enum TransferOption { kTransferFrom = kOptOwn, kTransferTo, kTransferDryrun };
-const OptionDef kTransferOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                      {kTransferFrom, "-from", kOptRequired},
-                                      {kTransferTo, "-to", kOptRequired},
-                                      {kTransferDryrun, "-dryrun", kOptNoArgument},
-                                      LEXCTL_OPT_END};
+constexpr auto kTransferOptions =
+    CommandOptions<kCommonOptions>({{kTransferFrom, "-from", kOptRequired},
+                                    {kTransferTo, "-to", kOptRequired},
+                                    {kTransferDryrun, "-dryrun", kOptNoArgument}});
 
 constexpr int64_t kApiImport = 0x4000;
 constexpr int64_t kApiExport = 0x8000;
@@ -293,6 +293,11 @@ void CmdDtransfer(ExecThread& thread, ArgVector& args) {
 const CommandRecord kTransferRows[] = {
     {"dtransfer", CmdDtransfer, 0, "Transfer users' dictionaries to other engines.", kDtransferUsage},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kTransferOptionTables[] = {
+    {"dtransfer", kTransferOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

@@ -35,44 +35,26 @@ bool ScanFlags(ExecThread& thread, const char* text, FlagTable table, std::optio
   return true;
 }
 
+// -uilang is sent as displayLang, not as a select key.
+constexpr auto kEngineQueryTable = CommandOptions<(kCommonOptions & ~kTakeUilang) | kTakeTimezone>(
+    kDetailKeyOptions, {{kQueryUilang, "-uilang", kOptRequired},
+                        SelectKey("-sessions"),
+                        {kQueryAll, "-all", kOptNoArgument},
+                        {kQueryList, "-list", kOptNoArgument},
+                        SelectKey("-userdic"),
+                        SelectKey("-techdic"),
+                        SelectKey("-ownerdic"),
+                        {kQueryUserDics, "-suserdic", kOptNoArgument},
+                        {kQueryTechDics, "-stechdic", kOptNoArgument},
+                        {kQueryEid, "-eid", kOptRequired},
+                        {kQueryFrom, "-from", kOptRequired},
+                        {kQueryTo, "-to", kOptRequired},
+                        {kQueryType, "-type", kOptRequired},
+                        {kQuerySupport, "-support", kOptRequired}});
+
 }  // namespace
 
-const OptionDef kEngineQueryOptions[] = {
-    LEXCTL_OPT_SELECT,
-    LEXCTL_OPT_KEY("-strict"),
-    LEXCTL_OPT_KEY_ARG("-runas"),
-    LEXCTL_OPT_KEY("-resetsessions"),
-    LEXCTL_OPT_KEY_ARG("-dbcache"),
-    LEXCTL_OPT_KEY("-neweid"),
-    LEXCTL_OPT_KEY_ARG("-timezone"),
-    LEXCTL_OPT_REQGROUP,
-    {kQueryUilang, "-uilang", kOptRequired},
-    LEXCTL_OPT_KEY_ARG("-rmax"),
-    LEXCTL_OPT_KEY("-user"),
-    LEXCTL_OPT_KEY("-engines"),
-    LEXCTL_OPT_KEY("-reverse"),
-    LEXCTL_OPT_KEY("-dic"),
-    LEXCTL_OPT_KEY("-nomerge"),
-    LEXCTL_OPT_KEY("-engineprop"),
-    LEXCTL_OPT_KEY("-profiles"),
-    LEXCTL_OPT_KEY("-overrides"),
-    LEXCTL_OPT_KEY("-propdef"),
-    LEXCTL_OPT_KEY("-limits"),
-    LEXCTL_OPT_KEY("-userprop"),
-    LEXCTL_OPT_KEY("-sessions"),
-    {kQueryAll, "-all", kOptNoArgument},
-    {kQueryList, "-list", kOptNoArgument},
-    LEXCTL_OPT_KEY("-userdic"),
-    LEXCTL_OPT_KEY("-techdic"),
-    LEXCTL_OPT_KEY("-ownerdic"),
-    {kQueryUserDics, "-suserdic", kOptNoArgument},
-    {kQueryTechDics, "-stechdic", kOptNoArgument},
-    {kQueryEid, "-eid", kOptRequired},
-    {kQueryFrom, "-from", kOptRequired},
-    {kQueryTo, "-to", kOptRequired},
-    {kQueryType, "-type", kOptRequired},
-    {kQuerySupport, "-support", kOptRequired},
-    LEXCTL_OPT_END};
+const OptionDef* const kEngineQueryOptions = kEngineQueryTable;
 
 std::string EngineQueryKeys(ExecThread& thread) {
   return Local(thread).neweid ? " features neweid" : " features";

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/admin/engine_printer.h"
 
@@ -20,8 +21,16 @@ class nv__EngineFilter;
 
 namespace lexctl {
 
+/// The select keys that ask for more details of users and their engines;
+/// ucreate and uupdate take them too.
+inline constexpr OptionDef kDetailKeyOptions[] = {
+    SelectKey("-user"),     SelectKey("-engines"),   SelectKey("-reverse"),
+    SelectKey("-dic"),      SelectKey("-nomerge"),   SelectKey("-engineprop"),
+    SelectKey("-profiles"), SelectKey("-overrides"), SelectKey("-propdef"),
+    SelectKey("-limits"),   SelectKey("-userprop")};
+
 /// The option table of einfo and uget (common ids first, then their own).
-extern const OptionDef kEngineQueryOptions[];
+extern const OptionDef* const kEngineQueryOptions;
 
 /// The select keys such a request starts with: "features", and "neweid"
 /// when the thread's new-EID setting is on (each with a leading blank).

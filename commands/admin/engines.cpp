@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/admin/dict_printers.h"
 #include "commands/admin/einfo_options.h"
@@ -17,15 +18,14 @@ namespace lexctl {
 namespace {
 
 enum ProfileOption { kProfileEid = kOptOwn, kProfileAdd, kProfileDel, kProfileDisplay };
-const OptionDef kProfileOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                      LEXCTL_OPT_KEY("-mustexist"),
-                                      LEXCTL_OPT_KEY("-replace"),
-                                      LEXCTL_OPT_KEY("-overrides"),
-                                      {kProfileEid, "-eid", kOptRequired},
-                                      {kProfileAdd, "-add", kOptRequired},
-                                      {kProfileDel, "-del", kOptRequired},
-                                      {kProfileDisplay, "-display", kOptRequired},
-                                      LEXCTL_OPT_END};
+constexpr auto kProfileOptions =
+    CommandOptions<kCommonOptions>({SelectKey("-mustexist"),
+                                    SelectKey("-replace"),
+                                    SelectKey("-overrides"),
+                                    {kProfileEid, "-eid", kOptRequired},
+                                    {kProfileAdd, "-add", kOptRequired},
+                                    {kProfileDel, "-del", kOptRequired},
+                                    {kProfileDisplay, "-display", kOptRequired}});
 
 using DisplayTexts = std::vector<std::pair<std::string, std::string>>;
 
@@ -199,6 +199,12 @@ const CommandRecord kProfileRows[] = {
      "value of the dictionaries property are replaced by the DIDs of the\n"
      "dictionaries created in this session.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kEngineOptionTables[] = {
+    {"einfo", kEngineQueryOptions},
+    {"profile", kProfileOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

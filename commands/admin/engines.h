@@ -2,6 +2,7 @@
 #pragma once
 
 #include "shell/command.h"
+#include "shell/option_scanner.h"
 
 namespace lexctl {
 
@@ -10,5 +11,6 @@ void CmdProfile(ExecThread& thread, ArgVector& args);
 
 extern const CommandRecord kEngineInfoRows[];  ///< einfo (group INFORMATIONAL)
 extern const CommandRecord kProfileRows[];  ///< profile (group UTILITY)
+extern const CommandOptionTable kEngineOptionTables[];  ///< their option tables
 
 }  // namespace lexctl

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/did_list.h"
 #include "client/frame.h"
 #include "commands/admin/dict_printers.h"
@@ -19,15 +20,9 @@ namespace {
 constexpr char kMsgTooManyEntries[] = "Too many entries. Max = %d\n";
 constexpr char kMsgCountMismatch[] = "Number of response entries does not match request size!!!!\n";
 
-// The common block without -neweid, which daddtm does not take.
-#define ENTRY_COMMON_OPTIONS                                                                \
-  LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),               \
-      LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"),                           \
-      LEXCTL_OPT_KEY("-resetsessions"), LEXCTL_OPT_KEY_ARG("-dbcache"), LEXCTL_OPT_REQGROUP
-
 enum DaddOption { kDaddFormat = kOptOwn };
-const OptionDef kDaddOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-asfirst"),
-                                  {kDaddFormat, "-format", kOptRequired}, LEXCTL_OPT_END};
+constexpr auto kDaddOptions =
+    CommandOptions<kCommonOptions>({SelectKey("-asfirst"), {kDaddFormat, "-format", kOptRequired}});
 
 enum DaddtmOption {
   kTmNewEntry = kOptOwn,
@@ -40,31 +35,27 @@ enum DaddtmOption {
   kTmComment,
   kTmUserdata,
 };
-const OptionDef kDaddtmOptions[] = {ENTRY_COMMON_OPTIONS,
-                                    LEXCTL_OPT_KEY_ARG("-timezone"),
-                                    {kTmNewEntry, "-newEntry", kOptNoArgument},
-                                    {kTmSentence, "-sentence", kOptRequired},
-                                    {kTmWeight, "-weight", kOptRequired},
-                                    {kTmInfo, "-info", kOptRequired},
-                                    {kTmAuthor, "-author", kOptRequired},
-                                    {kTmDate, "-date", kOptRequired},
-                                    {kTmTitle, "-title", kOptRequired},
-                                    {kTmComment, "-comment", kOptRequired},
-                                    {kTmUserdata, "-userdata", kOptRequired},
-                                    LEXCTL_OPT_END};
+// daddtm does not take -neweid.
+constexpr auto kDaddtmOptions = CommandOptions<(kCommonOptions & ~kTakeNeweid) | kTakeTimezone>({
+    {kTmNewEntry, "-newEntry", kOptNoArgument},
+    {kTmSentence, "-sentence", kOptRequired},
+    {kTmWeight, "-weight", kOptRequired},
+    {kTmInfo, "-info", kOptRequired},
+    {kTmAuthor, "-author", kOptRequired},
+    {kTmDate, "-date", kOptRequired},
+    {kTmTitle, "-title", kOptRequired},
+    {kTmComment, "-comment", kOptRequired},
+    {kTmUserdata, "-userdata", kOptRequired},
+});
 
 enum RequestOption { kReqFormat = kOptOwn, kReqHead, kReqId, kReqStart, kReqCount };
-const OptionDef kDgetOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                  {kReqFormat, "-format", kOptRequired},
-                                  {kReqHead, "-head", kOptRequired},
-                                  {kReqId, "-id", kOptRequired},
-                                  {kReqStart, "-start", kOptRequired},
-                                  {kReqCount, "-count", kOptRequired},
-                                  LEXCTL_OPT_END};
-const OptionDef kDdelOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                  {kReqHead, "-head", kOptRequired},
-                                  {kReqId, "-id", kOptRequired},
-                                  LEXCTL_OPT_END};
+constexpr auto kDgetOptions = CommandOptions<kCommonOptions>({{kReqFormat, "-format", kOptRequired},
+                                                              {kReqHead, "-head", kOptRequired},
+                                                              {kReqId, "-id", kOptRequired},
+                                                              {kReqStart, "-start", kOptRequired},
+                                                              {kReqCount, "-count", kOptRequired}});
+constexpr auto kDdelOptions = CommandOptions<kCommonOptions>(
+    {{kReqHead, "-head", kOptRequired}, {kReqId, "-id", kOptRequired}});
 
 int Decimal(const char* text) { return static_cast<int>(strtol(text, nullptr, 10)); }
 
@@ -524,6 +515,11 @@ const CommandRecord kEntryRows[] = {
      "                of the dictionary.\n\n"
      "-head and -id may be given up to 500 times together.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kEntryOptionTables[] = {
+    {"dadd", kDaddOptions}, {"daddtm", kDaddtmOptions}, {"dget", kDgetOptions},
+    {"ddel", kDdelOptions}, {nullptr, nullptr},
 };
 
 }  // namespace lexctl

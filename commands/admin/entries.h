@@ -6,10 +6,12 @@
 #include <vector>
 
 #include "shell/command.h"
+#include "shell/option_scanner.h"
 
 namespace lexctl {
 
 extern const CommandRecord kEntryRows[];  ///< dadd, daddtm, dget, ddel (group DICTIONARY ENTRIES)
+extern const CommandOptionTable kEntryOptionTables[];  ///< their option tables
 
 /// Most entries one dadd sends, and most -head/-id requests of dget and ddel.
 inline constexpr size_t kMaxEntries = 500;

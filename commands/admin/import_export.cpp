@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/did_list.h"
 #include "client/frame.h"
 #include "commands/admin/dict_printers.h"
@@ -21,22 +22,16 @@ namespace {
 
 enum TransferOption { kOptFormat = kOptOwn, kOptEncoding };
 
-const OptionDef kImportOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                    LEXCTL_OPT_KEY("-replace"),
-                                    LEXCTL_OPT_KEY("-nodetect"),
-                                    LEXCTL_OPT_KEY("-asfirst"),
-                                    LEXCTL_OPT_KEY_ARG("-onerror"),
-                                    LEXCTL_OPT_KEY_ARG("-ondup"),
-                                    LEXCTL_OPT_KEY_ARG("-errlimit"),
-                                    LEXCTL_OPT_KEY_ARG("-dupcheck"),
-                                    {kOptFormat, "-format", kOptRequired},
-                                    {kOptEncoding, "-encoding", kOptRequired},
-                                    LEXCTL_OPT_END};
+constexpr OptionDef kFormatOptions[] = {{kOptFormat, "-format", kOptRequired},
+                                        {kOptEncoding, "-encoding", kOptRequired}};
 
-const OptionDef kExportOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                    {kOptFormat, "-format", kOptRequired},
-                                    {kOptEncoding, "-encoding", kOptRequired},
-                                    LEXCTL_OPT_END};
+constexpr auto kImportOptions = CommandOptions<kCommonOptions>(
+    {SelectKey("-replace"), SelectKey("-nodetect"), SelectKey("-asfirst"),
+     SelectKey("-onerror", kOptRequired), SelectKey("-ondup", kOptRequired),
+     SelectKey("-errlimit", kOptRequired), SelectKey("-dupcheck", kOptRequired)},
+    kFormatOptions);
+
+constexpr auto kExportOptions = CommandOptions<kCommonOptions>(kFormatOptions);
 
 // The files a pattern names, in the order the system gives them. Folders match
 // patterns too but hold no dictionary source.
@@ -255,6 +250,12 @@ const CommandRecord kImportExportRows[] = {
      "when DATAFILE is not given, ending with the extension of the file the server\n"
      "returns.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kImportExportOptionTables[] = {
+    {"dimport", kImportOptions},
+    {"dexport", kExportOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

@@ -5,10 +5,12 @@
 #include <string>
 
 #include "shell/command.h"
+#include "shell/option_scanner.h"
 
 namespace lexctl {
 
 extern const CommandRecord kImportExportRows[];  ///< dimport, dexport (group DICTIONARIES)
+extern const CommandOptionTable kImportExportOptionTables[];  ///< their option tables
 
 /// A size as the echo lines show it: "1000 bytes", "1.50 KB", "2.00 MB".
 std::string FormatSize(int64_t bytes);

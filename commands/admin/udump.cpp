@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/admin/flag_tables.h"
 #include "commands/admin/user_update.h"
@@ -458,9 +459,8 @@ constexpr char kUdumpUsage[] =
     "command reports an error.\n";
 
 enum UdumpOption { kUdumpPrefix = kOptOwn, kUdumpTarget };
-const OptionDef kUdumpOptions[] = {{kUdumpPrefix, "-prefix", kOptRequired},
-                                   {kUdumpTarget, "-target", kOptRequired},
-                                   LEXCTL_OPT_END};
+constexpr auto kUdumpOptions = CommandOptions(
+    {{kUdumpPrefix, "-prefix", kOptRequired}, {kUdumpTarget, "-target", kOptRequired}});
 
 constexpr char kUserKeys[] = " engines dic engineprop profiles overrides limits userprop features";
 constexpr char kSeparator[] = "----------------------------\n";
@@ -775,6 +775,11 @@ void CmdUdump(ExecThread& thread, ArgVector& args) {
 const CommandRecord kUdumpRows[] = {
     {"udump", CmdUdump, 0, "Generate a script to recreate a user", kUdumpUsage},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kUdumpOptionTables[] = {
+    {"udump", kUdumpOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

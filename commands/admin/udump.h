@@ -8,10 +8,12 @@
 #include <vector>
 
 #include "shell/command.h"
+#include "shell/option_scanner.h"
 
 namespace lexctl {
 
 extern const CommandRecord kUdumpRows[];  ///< udump (group USERS)
+extern const CommandOptionTable kUdumpOptionTables[];  ///< their option tables
 
 /// What a value written into a script must be able to stand as. Every kind
 /// refuses what no quoting can carry (a line break or other control

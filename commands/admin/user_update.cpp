@@ -8,67 +8,52 @@
 
 #include "client/credentials.h"
 #include "client/did_list.h"
+#include "commands/admin/einfo_options.h"
 #include "commands/admin/flag_tables.h"
 #include "shell/output.h"
 #include "soapH.h"
 
 namespace lexctl {
 
-const OptionDef kUserUpdateOptions[] = {
-    LEXCTL_OPT_SELECT,
-    LEXCTL_OPT_KEY("-strict"),
-    LEXCTL_OPT_KEY_ARG("-runas"),
-    LEXCTL_OPT_KEY("-resetsessions"),
-    LEXCTL_OPT_KEY_ARG("-dbcache"),
-    LEXCTL_OPT_KEY("-neweid"),
-    LEXCTL_OPT_KEY_ARG("-timezone"),
-    LEXCTL_OPT_REQGROUP,
-    LEXCTL_OPT_KEY_ARG("-uilang"),
-    LEXCTL_OPT_KEY_ARG("-rmax"),
-    LEXCTL_OPT_KEY("-user"),
-    LEXCTL_OPT_KEY("-engines"),
-    LEXCTL_OPT_KEY("-reverse"),
-    LEXCTL_OPT_KEY("-dic"),
-    LEXCTL_OPT_KEY("-nomerge"),
-    LEXCTL_OPT_KEY("-engineprop"),
-    LEXCTL_OPT_KEY("-profiles"),
-    LEXCTL_OPT_KEY("-overrides"),
-    LEXCTL_OPT_KEY("-propdef"),
-    LEXCTL_OPT_KEY("-limits"),
-    LEXCTL_OPT_KEY("-userprop"),
-    LEXCTL_OPT_KEY("-force"),
-    {kUoptAll, "-all", kOptNoArgument},
-    {kUoptList, "-list", kOptNoArgument},
-    {kUoptTemplate, "-template", kOptRequired},
-    LEXCTL_OPT_KEY("-alldic"),
-    {kUoptName, "-userName", kOptRequired},
-    {kUoptPass, "-userPass", kOptRequired},
-    {kUoptApi, "-userApi", kOptRequired},
-    {kUoptFeatures, "-userFeatures", kOptRequired},
-    // The name the help text and user-dump scripts use.
-    {kUoptFeatures, "-userFeat", kOptRequired},
-    {kUoptZone, "-userZone", kOptRequired},
-    {kUoptFrom, "-userFrom", kOptRequired},
-    {kUoptTo, "-userTo", kOptRequired},
-    {kUoptLimit, "-userLimit", kOptRequired},
-    {kUoptIp, "-userIp", kOptRequired},
-    {kUoptIpAdd, "-userIpAdd", kOptRequired},
-    {kUoptIpDel, "-userIpDel", kOptRequired},
-    {kUoptPropAdd, "-userPropAdd", kOptRequired},
-    {kUoptPropSet, "-userPropSet", kOptRequired},
-    {kUoptPropDel, "-userPropDel", kOptRequired},
-    {kUoptEngAdd, "-engAdd", kOptRequired},
-    {kUoptEngSet, "-engSet", kOptRequired},
-    {kUoptEngDel, "-engDel", kOptRequired},
-    {kUoptEngType, "-engType", kOptRequired},
-    {kUoptEngSupport, "-engSupport", kOptRequired},
-    {kUoptEngFrom, "-engFrom", kOptRequired},
-    {kUoptEngTo, "-engTo", kOptRequired},
-    {kUoptEngMaxTech, "-engMaxTech", kOptRequired},
-    {kUoptEngMaxUser, "-engMaxUser", kOptRequired},
-    {kUoptEngDicAdd, "-engDicAdd", kOptRequired},
-    {kUoptEngDicDel, "-engDicDel", kOptRequired},
-    LEXCTL_OPT_END};
+namespace {
+
+constexpr auto kUserUpdateTable = CommandOptions<kCommonOptions | kTakeTimezone>(
+    kDetailKeyOptions, {SelectKey("-force"),
+                        {kUoptAll, "-all", kOptNoArgument},
+                        {kUoptList, "-list", kOptNoArgument},
+                        {kUoptTemplate, "-template", kOptRequired},
+                        SelectKey("-alldic"),
+                        {kUoptName, "-userName", kOptRequired},
+                        {kUoptPass, "-userPass", kOptRequired},
+                        {kUoptApi, "-userApi", kOptRequired},
+                        {kUoptFeatures, "-userFeatures", kOptRequired},
+                        // The name the help text and user-dump scripts use.
+                        {kUoptFeatures, "-userFeat", kOptRequired},
+                        {kUoptZone, "-userZone", kOptRequired},
+                        {kUoptFrom, "-userFrom", kOptRequired},
+                        {kUoptTo, "-userTo", kOptRequired},
+                        {kUoptLimit, "-userLimit", kOptRequired},
+                        {kUoptIp, "-userIp", kOptRequired},
+                        {kUoptIpAdd, "-userIpAdd", kOptRequired},
+                        {kUoptIpDel, "-userIpDel", kOptRequired},
+                        {kUoptPropAdd, "-userPropAdd", kOptRequired},
+                        {kUoptPropSet, "-userPropSet", kOptRequired},
+                        {kUoptPropDel, "-userPropDel", kOptRequired},
+                        {kUoptEngAdd, "-engAdd", kOptRequired},
+                        {kUoptEngSet, "-engSet", kOptRequired},
+                        {kUoptEngDel, "-engDel", kOptRequired},
+                        {kUoptEngType, "-engType", kOptRequired},
+                        {kUoptEngSupport, "-engSupport", kOptRequired},
+                        {kUoptEngFrom, "-engFrom", kOptRequired},
+                        {kUoptEngTo, "-engTo", kOptRequired},
+                        {kUoptEngMaxTech, "-engMaxTech", kOptRequired},
+                        {kUoptEngMaxUser, "-engMaxUser", kOptRequired},
+                        {kUoptEngDicAdd, "-engDicAdd", kOptRequired},
+                        {kUoptEngDicDel, "-engDicDel", kOptRequired}});
+
+}  // namespace
+
+const OptionDef* const kUserUpdateOptions = kUserUpdateTable;
 
 namespace {
 

@@ -49,7 +49,7 @@ enum UserOptionId : int {
 };
 
 /// The option table of ucreate and uupdate (uupdate refuses -template itself).
-extern const OptionDef kUserUpdateOptions[];
+extern const OptionDef* const kUserUpdateOptions;
 
 /// The select keys -all stands for.
 inline constexpr char kAllSelectKeys[] = " user engines dic engineprop profiles propdef limits userprop";

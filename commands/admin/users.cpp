@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/admin/einfo_options.h"
 #include "commands/admin/engine_printer.h"
@@ -132,8 +133,8 @@ constexpr char kUdeleteUsage[] =
     "\nUSERID may hold \"*\" wildcards ('mygroup/f*'); your own userid is never\n"
     "deleted.\n";
 
-const OptionDef kUlistOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-display"), LEXCTL_OPT_END};
-const OptionDef kUdeleteOptions[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_KEY("-force"), LEXCTL_OPT_END};
+constexpr auto kUlistOptions = CommandOptions<kCommonOptions>({SelectKey("-display")});
+constexpr auto kUdeleteOptions = CommandOptions<kCommonOptions>({SelectKey("-force")});
 
 // The address list that replaces the user's: -userIpAdd and -userIpDel
 // applied to the user's own list, or to the one -userIp gave.
@@ -323,6 +324,11 @@ const CommandRecord kUserRows[] = {
     {"ulist", CmdUlist, 0, "Retrieve user list.", kUlistUsage},
     {"udelete", CmdUdelete, 0, "Delete a user account.", kUdeleteUsage},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kUserOptionTables[] = {
+    {"ucreate", kUserUpdateOptions}, {"uupdate", kUserUpdateOptions}, {"uget", kEngineQueryOptions},
+    {"ulist", kUlistOptions},        {"udelete", kUdeleteOptions},    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

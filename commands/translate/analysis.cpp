@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/common/files.h"
 #include "commands/common/payload.h"
@@ -18,35 +19,14 @@
 namespace lexctl {
 namespace {
 
-// The select keys of every analysis command, in the order help lists them.
-#define ANALYSIS_KEYS                                                                          \
-  LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),                  \
-      LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"), LEXCTL_OPT_KEY_ARG("-bmax"), \
-      LEXCTL_OPT_KEY_ARG("-smax"), LEXCTL_OPT_KEY("-resetsessions"),                           \
-      LEXCTL_OPT_KEY_ARG("-dbcache"), LEXCTL_OPT_KEY("-neweid")
-
-const OptionDef kParseOptions[] = {ANALYSIS_KEYS,
-                                   LEXCTL_OPT_KEY("-fault"),
-                                   LEXCTL_OPT_KEY("-nosplit"),
-                                   LEXCTL_OPT_KEY("-orgtext"),
-                                   LEXCTL_OPT_KEY("-rawpos"),
-                                   LEXCTL_OPT_KEY("-subject"),
-                                   LEXCTL_OPT_KEY_ARG("-hint"),
-                                   LEXCTL_OPT_REQGROUP,
-                                   LEXCTL_OPT_ENGINE,
-                                   LEXCTL_OPT_PATTERN,
-                                   LEXCTL_OPT_FILE,
-                                   LEXCTL_OPT_INDATA,
-                                   LEXCTL_OPT_OUTDATA,
-                                   LEXCTL_OPT_END_OF_OPTIONS,
-                                   LEXCTL_OPT_END};
+constexpr auto kParseOptions =
+    CommandOptions<kTextCommonOptions | kEngineOptions | kTakeEndOfOptions>(
+        {SelectKey("-fault"), SelectKey("-nosplit"), SelectKey("-orgtext"), SelectKey("-rawpos"),
+         SelectKey("-subject"), SelectKey("-hint", kOptRequired), kPatternOption, kFileOption,
+         kIndataOption, kOutdataOption});
 
 // split has no engine to send; -eid only shows in its header.
-const OptionDef kSplitOptions[] = {ANALYSIS_KEYS,
-                                   LEXCTL_OPT_REQGROUP,
-                                   {kOptEngineId, "-eid", kOptRequired},
-                                   LEXCTL_OPT_FILE,
-                                   LEXCTL_OPT_END};
+constexpr auto kSplitOptions = CommandOptions<kTextCommonOptions | kTakeEid>({kFileOption});
 
 enum DlangOption {
   kDlangLanguageHint = kOptOwn,
@@ -55,25 +35,21 @@ enum DlangOption {
   kDlangFromCode,
   kDlangFile
 };
-const OptionDef kDlangOptions[] = {ANALYSIS_KEYS,
-                                   LEXCTL_OPT_KEY("-nodetect"),
-                                   LEXCTL_OPT_REQGROUP,
-                                   {kDlangLanguageHint, "-languageHint", kOptRequired},
-                                   {kDlangEncodingHint, "-encodingHint", kOptRequired},
-                                   {kDlangDomain, "-domain", kOptRequired},
-                                   {kDlangFromCode, "-fromCode", kOptRequired},
-                                   {kDlangFile, "-file", kOptRequired},
-                                   LEXCTL_OPT_END};
+constexpr auto kDlangOptions =
+    CommandOptions<kTextCommonOptions>({SelectKey("-nodetect"),
+                                        {kDlangLanguageHint, "-languageHint", kOptRequired},
+                                        {kDlangEncodingHint, "-encodingHint", kOptRequired},
+                                        {kDlangDomain, "-domain", kOptRequired},
+                                        {kDlangFromCode, "-fromCode", kOptRequired},
+                                        {kDlangFile, "-file", kOptRequired}});
 
 enum RecodeOption { kRecodeFromLang = kOptOwn, kRecodeFromCode, kRecodeOutfile };
-const OptionDef kRecodeOptions[] = {ANALYSIS_KEYS,
-                                    LEXCTL_OPT_KEY("-nodetect"),
-                                    LEXCTL_OPT_KEY("-usesig"),
-                                    LEXCTL_OPT_REQGROUP,
-                                    {kRecodeFromLang, "-fromLang", kOptRequired},
-                                    {kRecodeFromCode, "-fromCode", kOptRequired},
-                                    {kRecodeOutfile, "-outfile", kOptRequired},
-                                    LEXCTL_OPT_END};
+constexpr auto kRecodeOptions =
+    CommandOptions<kTextCommonOptions>({SelectKey("-nodetect"),
+                                        SelectKey("-usesig"),
+                                        {kRecodeFromLang, "-fromLang", kOptRequired},
+                                        {kRecodeFromCode, "-fromCode", kOptRequired},
+                                        {kRecodeOutfile, "-outfile", kOptRequired}});
 
 // An optional string field: absent when the option was not given.
 struct Field {
@@ -465,6 +441,11 @@ const CommandRecord kAnalysisCommandRows[] = {
      "                .out).\n"
      "\nINFILE may be an http:// URL; the page is downloaded first.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kAnalysisOptionTables[] = {
+    {"parse", kParseOptions},   {"split", kSplitOptions}, {"dlang", kDlangOptions},
+    {"recode", kRecodeOptions}, {nullptr, nullptr},
 };
 
 }  // namespace lexctl

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/common/files.h"
 #include "commands/common/payload.h"
@@ -32,33 +33,28 @@ enum DocumentOption {
   kDocTransform,
 };
 
-#define DOC_KEYS_HEAD                                                                           \
-  LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),                   \
-      LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"), LEXCTL_OPT_KEY_ARG("-bmax"),  \
-      LEXCTL_OPT_KEY_ARG("-smax"), LEXCTL_OPT_KEY("-resetsessions"),                            \
-      LEXCTL_OPT_KEY_ARG("-dbcache"), LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_KEY_ARG("-txncache"), \
-      LEXCTL_OPT_KEY("-txncachemark")
-#define DOC_CACHE(name) LEXCTL_OPT_KEY_ARG("-" name "cache"), LEXCTL_OPT_KEY("-" name "cachemark")
-#define DOC_UNKNOWN {kOptSelectKey, "-unknown", kOptOptional}
-#define DOC_TAIL                                                                          \
-  LEXCTL_OPT_REQGROUP, LEXCTL_OPT_ENGINE, {kDocRules, "-rules", kOptRequired},              \
-      {kDocIndata, "-indata", kOptRequired}, {kDocOutdata, "-outdata", kOptRequired},       \
-      {kDocNoengine, "-noengine", kOptNoArgument}, LEXCTL_OPT_END_OF_OPTIONS, LEXCTL_OPT_END
+constexpr uint32_t kDocumentShared = kTextCommonOptions | kTxncacheOptions | kEngineOptions;
 
-const OptionDef kTranOptions[] = {DOC_KEYS_HEAD,       DOC_CACHE("html"), DOC_CACHE("xml"),
-                                  DOC_CACHE("pdf"),    DOC_CACHE("doc"),  DOC_CACHE("xls"),
-                                  DOC_CACHE("ppt"),    DOC_UNKNOWN,       DOC_TAIL};
-const OptionDef kTmultiOptions[] = {DOC_KEYS_HEAD,    DOC_CACHE("html"), DOC_CACHE("pdf"),
-                                    DOC_CACHE("doc"), DOC_CACHE("xls"),  DOC_CACHE("ppt"),
-                                    DOC_UNKNOWN,      DOC_TAIL};
-const OptionDef kXmlOptions[] = {DOC_KEYS_HEAD,
-                                 DOC_UNKNOWN,
-                                 LEXCTL_OPT_REQGROUP,
-                                 LEXCTL_OPT_ENGINE,
-                                 {kDocInput, "-input", kOptRequired},
-                                 {kDocOutput, "-output", kOptRequired},
-                                 {kDocTransform, "-transform", kOptRequired},
-                                 LEXCTL_OPT_END};
+// What tran and tmulti share besides the shared rows.
+constexpr OptionDef kDocumentOwnOptions[] = {
+    SelectKey("-htmlcache", kOptRequired),      SelectKey("-htmlcachemark"),
+    SelectKey("-pdfcache", kOptRequired),       SelectKey("-pdfcachemark"),
+    SelectKey("-doccache", kOptRequired),       SelectKey("-doccachemark"),
+    SelectKey("-xlscache", kOptRequired),       SelectKey("-xlscachemark"),
+    SelectKey("-pptcache", kOptRequired),       SelectKey("-pptcachemark"),
+    SelectKey("-unknown", kOptOptional),        {kDocRules, "-rules", kOptRequired},
+    {kDocIndata, "-indata", kOptRequired},      {kDocOutdata, "-outdata", kOptRequired},
+    {kDocNoengine, "-noengine", kOptNoArgument}};
+
+constexpr auto kTranOptions = CommandOptions<kDocumentShared | kTakeEndOfOptions>(
+    kDocumentOwnOptions, {SelectKey("-xmlcache", kOptRequired), SelectKey("-xmlcachemark")});
+constexpr auto kTmultiOptions =
+    CommandOptions<kDocumentShared | kTakeEndOfOptions>(kDocumentOwnOptions);
+constexpr auto kXmlOptions =
+    CommandOptions<kDocumentShared>({SelectKey("-unknown", kOptOptional),
+                                     {kDocInput, "-input", kOptRequired},
+                                     {kDocOutput, "-output", kOptRequired},
+                                     {kDocTransform, "-transform", kOptRequired}});
 
 constexpr char kDocumentCacheMarks[] = " txncachemark htmlcachemark pdfcachemark";
 
@@ -187,7 +183,7 @@ int SendDocuments(RequestFrame& frame, Operation operation, Own... own) {
 // (after the message) when it cannot.
 bool ReadDocumentRequest(RequestFrame& frame, ArgVector& args, bool multi, DocumentRequest& req) {
   ExecThread& thread = frame.thread();
-  bool ok = frame.Scan(multi ? kTmultiOptions : kTranOptions, args, [&](const OptionScanner& option) {
+  bool ok = frame.Scan(multi ? kTmultiOptions.rows : kTranOptions.rows, args, [&](const OptionScanner& option) {
     switch (option.id()) {
       case kDocRules: req.rules_file = option.argument(); break;
       case kDocIndata:
@@ -472,6 +468,13 @@ const CommandRecord kDocumentCommandRows[] = {
      "                whole name followed by .out when it holds no .xml.\n"
      "    -unknown    Return a summary of all unknown words in the org text.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kDocumentOptionTables[] = {
+    {"tran", kTranOptions},
+    {"tmulti", kTmultiOptions},
+    {"xml", kXmlOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

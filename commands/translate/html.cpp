@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/common/files.h"
 #include "commands/common/payload.h"
@@ -68,41 +69,27 @@ enum HtmlOption {
   kHtmlDownIfNotExist,
 };
 
-const OptionDef kHtmlOptions[] = {
-    LEXCTL_OPT_SELECT,
-    LEXCTL_OPT_KEY("-strict"),
-    LEXCTL_OPT_KEY_ARG("-runas"),
-    LEXCTL_OPT_KEY_ARG("-uilang"),
-    LEXCTL_OPT_KEY_ARG("-rmax"),
-    LEXCTL_OPT_KEY_ARG("-bmax"),
-    LEXCTL_OPT_KEY_ARG("-smax"),
-    LEXCTL_OPT_KEY("-resetsessions"),
-    LEXCTL_OPT_KEY_ARG("-dbcache"),
-    LEXCTL_OPT_KEY("-neweid"),
-    LEXCTL_OPT_REQGROUP,
-    LEXCTL_OPT_KEY("-txnonly"),
-    LEXCTL_OPT_KEY_ARG("-tag"),
-    LEXCTL_OPT_KEY("-nodetect"),
-    LEXCTL_OPT_KEY("-nobuttons"),
-    LEXCTL_OPT_KEY_ARG("-txncache"),
-    LEXCTL_OPT_KEY("-txncachemark"),
-    LEXCTL_OPT_KEY_ARG("-htmlcache"),
-    LEXCTL_OPT_KEY("-htmlcachemark"),
-    LEXCTL_OPT_KEY("-fragment"),
-    {kOptSelectKey, "-unknown", kOptOptional},
-    LEXCTL_OPT_KEY_ARG("-parser"),
-    LEXCTL_OPT_ENGINE,
-    {kHtmlStyle, "-style", kOptRequired},
-    {kHtmlFromCode, "-fromCode", kOptRequired},
-    {kHtmlTarget, "-target", kOptRequired},
-    {kHtmlRewrite, "-rewrite", kOptRequired},
-    {kHtmlInstring, "-instring", kOptRequired},
-    {kHtmlInfile, "-infile", kOptRequired},
-    {kHtmlOutfile, "-outfile", kOptRequired},
-    {kHtmlDownfile, "-downfile", kOptRequired},
-    {kHtmlDownIfNotExist, "-downifnotexist", kOptNoArgument},
-    LEXCTL_OPT_END,
-};
+constexpr auto kHtmlOptions =
+    CommandOptions<kTextCommonOptions | kTxncacheOptions | kEngineOptions>({
+        SelectKey("-txnonly"),
+        SelectKey("-tag", kOptRequired),
+        SelectKey("-nodetect"),
+        SelectKey("-nobuttons"),
+        SelectKey("-htmlcache", kOptRequired),
+        SelectKey("-htmlcachemark"),
+        SelectKey("-fragment"),
+        SelectKey("-unknown", kOptOptional),
+        SelectKey("-parser", kOptRequired),
+        {kHtmlStyle, "-style", kOptRequired},
+        {kHtmlFromCode, "-fromCode", kOptRequired},
+        {kHtmlTarget, "-target", kOptRequired},
+        {kHtmlRewrite, "-rewrite", kOptRequired},
+        {kHtmlInstring, "-instring", kOptRequired},
+        {kHtmlInfile, "-infile", kOptRequired},
+        {kHtmlOutfile, "-outfile", kOptRequired},
+        {kHtmlDownfile, "-downfile", kOptRequired},
+        {kHtmlDownIfNotExist, "-downifnotexist", kOptNoArgument},
+    });
 
 // One -rewrite rule as it goes on the wire.
 struct Rule {
@@ -384,6 +371,11 @@ const CommandRecord kHtmlCommandRows[] = {
      "    APPLET_CODE      BODY_BACKGROUND  A_HREF_BINARY    META_REFRESH\n"
      "\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kHtmlOptionTables[] = {
+    {"html", kHtmlOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

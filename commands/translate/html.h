@@ -5,10 +5,12 @@
 #include <string_view>
 
 #include "shell/command.h"
+#include "shell/option_scanner.h"
 
 namespace lexctl {
 
 extern const CommandRecord kHtmlCommandRows[];  ///< html
+extern const CommandOptionTable kHtmlOptionTables[];  ///< their option tables
 
 /// Every URL rewrite tag at once ("ALL").
 inline constexpr unsigned kAllRewriteTags = 0x0FFFFFFF;

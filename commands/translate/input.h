@@ -55,11 +55,11 @@ enum InputOptionId : int {
   kOptIndata,
   kOptOutdata,
 };
-#define LEXCTL_OPT_PATTERN {lexctl::kOptPattern, "-pattern", lexctl::kOptRequired}
-#define LEXCTL_OPT_SETWORD {lexctl::kOptSetword, "-setword", lexctl::kOptRequired}
-#define LEXCTL_OPT_FILE {lexctl::kOptFile, "-file", lexctl::kOptRequired}
-#define LEXCTL_OPT_INDATA {lexctl::kOptIndata, "-indata", lexctl::kOptRequired}
-#define LEXCTL_OPT_OUTDATA {lexctl::kOptOutdata, "-outdata", lexctl::kOptRequired}
+inline constexpr OptionDef kPatternOption = {kOptPattern, "-pattern", kOptRequired};
+inline constexpr OptionDef kSetwordOption = {kOptSetword, "-setword", kOptRequired};
+inline constexpr OptionDef kFileOption = {kOptFile, "-file", kOptRequired};
+inline constexpr OptionDef kIndataOption = {kOptIndata, "-indata", kOptRequired};
+inline constexpr OptionDef kOutdataOption = {kOptOutdata, "-outdata", kOptRequired};
 
 /// What a text command gathers from its line for its blocks, and the files
 /// it reads and writes. Typical use:

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/admin/flag_tables.h"
 #include "shell/dispatch.h"
@@ -14,26 +15,17 @@ namespace {
 
 enum LookupOption { kLookupUilang = kOptOwn };
 
-const OptionDef kLookupOptions[] = {LEXCTL_OPT_SELECT,
-                                    LEXCTL_OPT_KEY("-strict"),
-                                    LEXCTL_OPT_KEY_ARG("-runas"),
-                                    LEXCTL_OPT_KEY("-resetsessions"),
-                                    LEXCTL_OPT_KEY_ARG("-dbcache"),
-                                    LEXCTL_OPT_KEY("-neweid"),
-                                    LEXCTL_OPT_REQGROUP,
-                                    {kLookupUilang, "-uilang", kOptRequired},
-                                    LEXCTL_OPT_KEY_ARG("-rmax"),
-                                    LEXCTL_OPT_KEY("-raw"),
-                                    LEXCTL_OPT_KEY("-did"),
-                                    LEXCTL_OPT_KEY("-pos"),
-                                    LEXCTL_OPT_KEY("-rawdata"),
-                                    LEXCTL_OPT_KEY("-subject"),
-                                    LEXCTL_OPT_ENGINE,
-                                    LEXCTL_OPT_END};
+// -uilang is sent as displayLang, not as a select key.
+constexpr auto kLookupOptions = CommandOptions<(kCommonOptions & ~kTakeUilang) | kEngineOptions>(
+    {{kLookupUilang, "-uilang", kOptRequired},
+     SelectKey("-raw"),
+     SelectKey("-did"),
+     SelectKey("-pos"),
+     SelectKey("-rawdata"),
+     SelectKey("-subject")});
 
-const OptionDef kLookupEntryOptions[] = {LEXCTL_COMMON_OPTIONS,     LEXCTL_OPT_KEY("-rawpos"),
-                                         LEXCTL_OPT_KEY("-subject"), LEXCTL_OPT_ENGINE,
-                                         LEXCTL_OPT_END};
+constexpr auto kLookupEntryOptions =
+    CommandOptions<kCommonOptions | kEngineOptions>({SelectKey("-rawpos"), SelectKey("-subject")});
 
 constexpr char kNoWord[] = "Invalid arguments. Word to lookup must be supplied.\n";
 constexpr char kEntryFormat[] = "  %-7s %-17s %-17s %-7s %-17s %-7s\n";
@@ -162,6 +154,12 @@ const CommandRecord kLookupCommandRows[] = {
      "    -subject    Return the dictionary subject instead of the DID.\n"
      LOOKUP_OPTION_HELP},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kLookupOptionTables[] = {
+    {"lookup", kLookupOptions},
+    {"lookupentry", kLookupEntryOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

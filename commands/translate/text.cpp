@@ -1,5 +1,6 @@
 #include "commands/translate/text.h"
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/common/wrap.h"
 #include "commands/translate/input.h"
@@ -13,37 +14,35 @@ namespace {
 
 enum TextOption { kTextSimple = kOptOwn, kTextTestFormat };
 
-#define TEXT_OPTIONS_HEAD                                                                      \
-  LEXCTL_OPT_SELECT, LEXCTL_OPT_KEY("-strict"), LEXCTL_OPT_KEY_ARG("-runas"),                 \
-      LEXCTL_OPT_KEY_ARG("-uilang"), LEXCTL_OPT_KEY_ARG("-rmax"), LEXCTL_OPT_KEY_ARG("-bmax"), \
-      LEXCTL_OPT_KEY_ARG("-smax"), LEXCTL_OPT_KEY("-resetsessions"),                           \
-      LEXCTL_OPT_KEY_ARG("-dbcache"), LEXCTL_OPT_KEY("-neweid"), LEXCTL_OPT_REQGROUP,          \
-      LEXCTL_OPT_KEY("-fault"), LEXCTL_OPT_KEY("-equiv"), LEXCTL_OPT_KEY("-pos"),              \
-      LEXCTL_OPT_KEY("-dicinfo"), LEXCTL_OPT_KEY("-nosplit"), LEXCTL_OPT_KEY("-altword"),      \
-      {kOptSelectKey, "-altsent", kOptOptional}, LEXCTL_OPT_KEY("-inter"),                     \
-      LEXCTL_OPT_KEY("-orgtext"), LEXCTL_OPT_KEY_ARG("-txncache"),                             \
-      LEXCTL_OPT_KEY("-txncachemark"), {kOptSelectKey, "-unknown", kOptOptional},              \
-      LEXCTL_OPT_KEY_ARG("-hint"), LEXCTL_OPT_ENGINE, LEXCTL_OPT_PATTERN, LEXCTL_OPT_SETWORD
+// The options of text that utext shares.
+constexpr OptionDef kTextOwnOptions[] = {SelectKey("-fault"),
+                                         SelectKey("-equiv"),
+                                         SelectKey("-pos"),
+                                         SelectKey("-dicinfo"),
+                                         SelectKey("-nosplit"),
+                                         SelectKey("-altword"),
+                                         SelectKey("-altsent", kOptOptional),
+                                         SelectKey("-inter"),
+                                         SelectKey("-orgtext"),
+                                         SelectKey("-unknown", kOptOptional),
+                                         SelectKey("-hint", kOptRequired),
+                                         kPatternOption,
+                                         kSetwordOption,
+                                         kFileOption,
+                                         {kTextSimple, "-simple", kOptNoArgument},
+                                         {kTextTestFormat, "-testfmt", kOptNoArgument},
+                                         kIndataOption,
+                                         kOutdataOption};
+constexpr uint32_t kTextShared =
+    kTextCommonOptions | kTxncacheOptions | kEngineOptions | kTakeEndOfOptions;
 
-#define TEXT_OPTIONS_TAIL                                                                 \
-  LEXCTL_OPT_FILE, {kTextSimple, "-simple", kOptNoArgument},                              \
-      {kTextTestFormat, "-testfmt", kOptNoArgument}, LEXCTL_OPT_INDATA, LEXCTL_OPT_OUTDATA, \
-      LEXCTL_OPT_END_OF_OPTIONS, LEXCTL_OPT_END
+constexpr auto kTextOptions = CommandOptions<kTextShared>(kTextOwnOptions);
+constexpr auto kUtextOptions =
+    CommandOptions<kTextShared>(kTextOwnOptions, {SelectKey("-retranslate", kOptRequired)});
 
-const OptionDef kTextOptions[] = {TEXT_OPTIONS_HEAD, TEXT_OPTIONS_TAIL};
-const OptionDef kUtextOptions[] = {TEXT_OPTIONS_HEAD, LEXCTL_OPT_KEY_ARG("-retranslate"),
-                                   TEXT_OPTIONS_TAIL};
-
-const OptionDef kStextOptions[] = {LEXCTL_COMMON_OPTIONS,
-                                   LEXCTL_OPT_KEY("-fault"),
-                                   LEXCTL_OPT_KEY("-equiv"),
-                                   LEXCTL_OPT_KEY("-sent"),
-                                   LEXCTL_OPT_KEY("-nosplit"),
-                                   LEXCTL_OPT_KEY_ARG("-txncache"),
-                                   LEXCTL_OPT_KEY("-txncachemark"),
-                                   LEXCTL_OPT_KEY_ARG("-hint"),
-                                   LEXCTL_OPT_ENGINE,
-                                   LEXCTL_OPT_END};
+constexpr auto kStextOptions = CommandOptions<kCommonOptions | kTxncacheOptions | kEngineOptions>(
+    {SelectKey("-fault"), SelectKey("-equiv"), SelectKey("-sent"), SelectKey("-nosplit"),
+     SelectKey("-hint", kOptRequired)});
 
 // The engine whose results are shown in the memory layout (exact, case and all).
 constexpr char kMemoryEngine[] = "QZ-TM";
@@ -209,6 +208,13 @@ const CommandRecord kTextCommandRows[] = {
      "    -eid        Engine to use instead of the current engine.\n"
      "    -prop       Engine property for this request; repeatable.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kTextOptionTables[] = {
+    {"text", kTextOptions},
+    {"utext", kUtextOptions},
+    {"stext", kStextOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

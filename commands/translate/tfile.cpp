@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "client/common_options.h"
 #include "client/frame.h"
 #include "commands/common/files.h"
 #include "commands/translate/printers.h"
@@ -36,37 +37,25 @@ enum TfileOption {
   kTfEscape,
 };
 
-const OptionDef kTfileOptions[] = {LEXCTL_OPT_SELECT,
-                                   LEXCTL_OPT_KEY("-strict"),
-                                   LEXCTL_OPT_KEY_ARG("-runas"),
-                                   LEXCTL_OPT_KEY_ARG("-uilang"),
-                                   LEXCTL_OPT_KEY_ARG("-rmax"),
-                                   LEXCTL_OPT_KEY_ARG("-bmax"),
-                                   LEXCTL_OPT_KEY_ARG("-smax"),
-                                   {kTfDicinfo, "-dicinfo", kOptNoArgument},
-                                   LEXCTL_OPT_KEY("-resetsessions"),
-                                   LEXCTL_OPT_KEY_ARG("-dbcache"),
-                                   LEXCTL_OPT_KEY("-neweid"),
-                                   LEXCTL_OPT_KEY("-nosplit"),
-                                   {kTfOrgtext, "-orgtext", kOptNoArgument},
-                                   LEXCTL_OPT_KEY_ARG("-txncache"),
-                                   LEXCTL_OPT_KEY("-txncachemark"),
-                                   LEXCTL_OPT_KEY_ARG("-splitmax"),
-                                   LEXCTL_OPT_KEY_ARG("-splitmin"),
-                                   LEXCTL_OPT_REQGROUP,
-                                   LEXCTL_OPT_ENGINE,
-                                   {kTfBlocks, "-blocks", kOptRequired},
-                                   {kTfLines, "-lines", kOptRequired},
-                                   {kTfSuffix, "-suffix", kOptRequired},
-                                   {kTfOutdir, "-outdir", kOptRequired},
-                                   {kTfUnknown, "-unknown", kOptOptional},
-                                   {kTfDid, "-did", kOptRequired},
-                                   {kTfErrors, "-errors", kOptNoArgument},
-                                   {kTfTiming, "-timing", kOptNoArgument},
-                                   {kTfFlush, "-flush", kOptNoArgument},
-                                   {kTfSkip, "-skip", kOptRequired},
-                                   {kTfEscape, "-escape", kOptNoArgument},
-                                   LEXCTL_OPT_END};
+constexpr auto kTfileOptions =
+    CommandOptions<kTextCommonOptions | kTxncacheOptions | kEngineOptions>({
+        {kTfDicinfo, "-dicinfo", kOptNoArgument},
+        SelectKey("-nosplit"),
+        {kTfOrgtext, "-orgtext", kOptNoArgument},
+        SelectKey("-splitmax", kOptRequired),
+        SelectKey("-splitmin", kOptRequired),
+        {kTfBlocks, "-blocks", kOptRequired},
+        {kTfLines, "-lines", kOptRequired},
+        {kTfSuffix, "-suffix", kOptRequired},
+        {kTfOutdir, "-outdir", kOptRequired},
+        {kTfUnknown, "-unknown", kOptOptional},
+        {kTfDid, "-did", kOptRequired},
+        {kTfErrors, "-errors", kOptNoArgument},
+        {kTfTiming, "-timing", kOptNoArgument},
+        {kTfFlush, "-flush", kOptNoArgument},
+        {kTfSkip, "-skip", kOptRequired},
+        {kTfEscape, "-escape", kOptNoArgument},
+    });
 
 /// Everything a run of tfile was asked for.
 struct TfileRun {
@@ -410,6 +399,11 @@ const CommandRecord kTfileCommandRows[] = {
      "block; empty lines are not sent and stay empty in the output. The\n"
      "translation of NAME.EXT goes to NAME.txn.txt.\n"},
     {nullptr, nullptr, 0, nullptr, nullptr},
+};
+
+const CommandOptionTable kTfileOptionTables[] = {
+    {"tfile", kTfileOptions},
+    {nullptr, nullptr},
 };
 
 }  // namespace lexctl

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "capture.h"
+#include "client/common_options.h"
 #include "client/did_list.h"
 #include "client/frame.h"
 #include "client/local_data.h"
@@ -77,8 +78,8 @@ TEST(EngineOptions, PropertiesStartFromTheThreadAndEndOptionsEndsScanning) {
   ExecThread thread("t", false);
   thread.data = std::make_unique<LocalData>(&thread);
   Local(thread).engine.properties = {{"a", "1"}, {"b", "2"}};
-  const OptionDef table[] = {LEXCTL_COMMON_OPTIONS, LEXCTL_OPT_ENGINE, LEXCTL_OPT_PATTERN,
-                             LEXCTL_OPT_END_OF_OPTIONS, LEXCTL_OPT_END};
+  constexpr auto table =
+      CommandOptions<kCommonOptions | kEngineOptions | kTakeEndOfOptions>({kPatternOption});
   auto properties = [](RequestFrame& frame) {
     std::string all;
     nv__EngineSelect* engine = frame.engine();
