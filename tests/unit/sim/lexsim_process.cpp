@@ -1,22 +1,22 @@
 #include "lexsim_process.h"
 
-#include "soapH.h"
-
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <stdexcept>
 #include <thread>
 
-namespace {
-
-constexpr int kStartTimeoutMs = 10000;
-constexpr int kStopTimeoutMs = 15000;
-
-}  // namespace
+constexpr auto kStartTimeout = std::chrono::seconds(10);
+constexpr auto kStopTimeout = std::chrono::seconds(15);
+constexpr int kSocketTimeoutSecs = 15;
+constexpr size_t kMaxReply = 1 << 16;
 
 LexsimProcess::LexsimProcess(std::vector<std::string> args) {
   int out[2];
@@ -36,16 +36,16 @@ LexsimProcess::LexsimProcess(std::vector<std::string> args) {
   }
   close(out[1]);
   std::string line;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStartTimeoutMs);
+  auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
   while (line.find('\n') == std::string::npos) {
-    int left = static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                    deadline - std::chrono::steady_clock::now())
-                                    .count());
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
     pollfd p{out[0], POLLIN, 0};
-    if (left <= 0 || poll(&p, 1, left) <= 0) break;
     char buf[256];
-    ssize_t n = read(out[0], buf, sizeof buf);
-    if (n <= 0) break;
+    ssize_t n = 0;
+    if (left.count() <= 0 || poll(&p, 1, static_cast<int>(left.count())) <= 0 ||
+        (n = read(out[0], buf, sizeof buf)) <= 0)
+      break;
     line.append(buf, static_cast<size_t>(n));
   }
   close(out[0]);
@@ -56,70 +56,65 @@ LexsimProcess::LexsimProcess(std::vector<std::string> args) {
   url_ = line.substr(0, line.find('\n')) + "/nvsoap/nvsoap.cgi";
 }
 
-LexsimProcess::~LexsimProcess() { Stop(); }
-
-std::string LexsimProcess::UrlWithPath(const std::string& path) const {
-  size_t slash = url_.find('/', url_.find("://") + 3);
-  return url_.substr(0, slash) + path;
-}
-
-int LexsimProcess::port() const {
-  size_t colon = url_.rfind(':');
-  return std::stoi(url_.substr(colon + 1));
-}
-
-int LexsimProcess::Stop() {
+int LexsimProcess::Stop(int signal) {
   if (pid_ <= 0) return -1;
-  kill(pid_, SIGTERM);
+  kill(pid_, signal);
   int status = 0;
-  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kStopTimeoutMs);
+  auto deadline = std::chrono::steady_clock::now() + kStopTimeout;
   pid_t done = 0;
-  while ((done = waitpid(pid_, &status, WNOHANG)) == 0 &&
-         std::chrono::steady_clock::now() < deadline)
+  while ((done = waitpid(pid_, &status, WNOHANG)) == 0 && std::chrono::steady_clock::now() < deadline)
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   if (done == 0) {
     kill(pid_, SIGKILL);
     waitpid(pid_, &status, 0);
-    pid_ = -1;
-    return -1;
   }
   pid_ = -1;
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return done != 0 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-WireFixture::WireFixture() : soap_(soap_new1(SOAP_C_UTFSTRING)) {
-  soap_->connect_timeout = 5;
-  soap_->recv_timeout = 30;
-  soap_->send_timeout = 30;
+RawReply RawExchange(int port, const std::string& request, Ending ending) {
+  RawReply out;
+  int fd = socket(AF_INET, SOCK_STREAM, 0);
+  if (fd < 0) return out;
+  timeval tv{kSocketTimeoutSecs, 0};
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_port = htons(static_cast<uint16_t>(port));
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (connect(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
+    close(fd);
+    return out;
+  }
+  out.connected = true;
+  // The server may answer and close before it has read everything; that is fine.
+  for (size_t sent = 0; sent < request.size();) {
+    ssize_t n = send(fd, request.data() + sent, request.size() - sent, MSG_NOSIGNAL);
+    if (n <= 0) break;
+    sent += static_cast<size_t>(n);
+  }
+  if (ending == Ending::kReset) {
+    linger l{1, 0};
+    setsockopt(fd, SOL_SOCKET, SO_LINGER, &l, sizeof l);
+    close(fd);
+    return out;
+  }
+  if (ending == Ending::kHalfClose) shutdown(fd, SHUT_WR);
+  char buf[8192];
+  ssize_t n;
+  while ((n = recv(fd, buf, sizeof buf, 0)) > 0 && out.text.size() < kMaxReply)
+    out.text.append(buf, static_cast<size_t>(n));
+  out.timed_out = n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
+  close(fd);
+  return out;
 }
 
-WireFixture::~WireFixture() {
-  soap_destroy(soap_);
-  soap_end(soap_);
-  soap_free(soap_);
+std::string Envelope(const std::string& body) {
+  return "<?xml version=\"1.0\"?><SOAP-ENV:Envelope "
+         "xmlns:SOAP-ENV=\"http://schemas.xmlsoap.org/soap/envelope/\" "
+         "xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+         "xmlns:xsd=\"http://www.w3.org/2001/XMLSchema\" "
+         "xmlns:nv=\"http://schemas.lexary.net/nvsoap/2/schema\"><SOAP-ENV:Body>" +
+         body + "</SOAP-ENV:Body></SOAP-ENV:Envelope>";
 }
-
-std::string* WireFixture::S(const std::string& s) {
-  auto* p = soap_new_std__string(soap_);
-  *p = s;
-  return p;
-}
-
-int64_t* WireFixture::L(int64_t v) {
-  auto* p = static_cast<int64_t*>(soap_malloc(soap_, sizeof(int64_t)));
-  *p = v;
-  return p;
-}
-
-const nv__NvsoapException* WireFixture::Detail() const {
-  if (!soap_->fault) return nullptr;
-  SOAP_ENV__Detail* d = soap_->fault->detail ? soap_->fault->detail : soap_->fault->SOAP_ENV__Detail;
-  return d ? d->nv__NvsoapException_ : nullptr;
-}
-
-std::string WireFixture::FaultErr() const {
-  if (!soap_->fault) return "(no fault)";
-  return Detail() ? Detail()->err : "(no detail)";
-}
-
-std::string WireFixture::FaultMsg() const { return Detail() ? Detail()->msg : ""; }

@@ -1,52 +1,42 @@
 #pragma once
-/// Runs a lexsim on a free loopback port for one test and stops it with SIGTERM.
+/// Runs a lexsim on a free loopback port for one test and stops it with SIGTERM; sends it raw
+/// requests, which may be anything.
 
-#include <gtest/gtest.h>
 #include <sys/types.h>
 
-#include <cstdint>
+#include <csignal>
 #include <string>
 #include <vector>
 
 class LexsimProcess {
  public:
-  /// Starts lexsim with --port 0 plus args and waits (bounded) for its URL line.
+  /// Starts lexsim with --port 0 plus args and waits (bounded) for its URL line; throws if
+  /// none comes.
   explicit LexsimProcess(std::vector<std::string> args = {});
-  ~LexsimProcess();
+  ~LexsimProcess() { Stop(); }
   LexsimProcess(const LexsimProcess&) = delete;
   LexsimProcess& operator=(const LexsimProcess&) = delete;
 
-  const std::string& url() const { return url_; }
-  /// The URL with another path, for requests the server must refuse.
-  std::string UrlWithPath(const std::string& path) const;
-  int port() const;
-  /// Sends SIGTERM and waits (bounded); returns the exit status, or -1 if it had to be
+  int port() const { return std::stoi(url_.substr(url_.rfind(':') + 1)); }
+  /// SIGTERM (or the signal given) and a bounded wait; the exit status, or -1 if it had to be
   /// killed or did not exit normally.
-  int Stop();
+  int Stop(int signal = SIGTERM);
 
  private:
   pid_t pid_ = -1;
   std::string url_;
 };
 
-struct soap;
-class nv__NvsoapException;
-
-/// A client context for calling lexsim through the generated functions, with
-/// helpers that allocate optional request fields in that context.
-class WireFixture : public ::testing::Test {
- protected:
-  WireFixture();
-  ~WireFixture() override;
-  std::string* S(const std::string& s);
-  int64_t* L(int64_t v);
-  /// Select keys, or none when empty.
-  std::string* Sel(const std::string& keys) { return keys.empty() ? nullptr : S(keys); }
-  /// The service's detail of the last fault, or nullptr.
-  const nv__NvsoapException* Detail() const;
-  /// The error word and the message of the last fault's detail.
-  std::string FaultErr() const;
-  std::string FaultMsg() const;
-
-  struct soap* soap_;
+struct RawReply {
+  bool connected = false;
+  bool timed_out = false;  ///< the server neither answered nor closed in time
+  std::string text;
 };
+/// How a raw exchange leaves the connection after sending.
+enum class Ending { kRead, kHalfClose, kReset };
+/// Sends bytes to lexsim on loopback and reads until it closes (after shutting the sending
+/// side, with kHalfClose), or resets the connection at once.
+RawReply RawExchange(int port, const std::string& request, Ending ending = Ending::kRead);
+
+/// A SOAP envelope around the body's XML.
+std::string Envelope(const std::string& body);
