@@ -1,0 +1,205 @@
+// The pure pieces of the translation commands: output and attachment names,
+// binary output, URL rewrite rules, saved wget responses, source blocks and
+// the engine options every engine command reads.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "capture.h"
+#include "client/common_options.h"
+#include "client/did_list.h"
+#include "client/frame.h"
+#include "commands/common/files.h"
+#include "commands/translate/document_names.h"
+#include "commands/translate/download.h"
+#include "commands/translate/html.h"
+#include "commands/translate/input.h"
+#include "shell/platform.h"
+#include "soapH.h"
+
+namespace lexctl {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+TEST(FileNames, OutputsAttachmentsAndInputTypes) {
+  const std::pair<std::string, std::string> names[] = {
+      {HtmlOutputName("page.in.html"), "page.out.html"},
+      {HtmlOutputName("page.html"), "page.out.html"},
+      {HtmlOutputName("/tmp/wget-1.tmp"), "/tmp/wget-1.tmp.out.html"},
+      // Only the file's own name is renamed, never a folder on its path.
+      {HtmlOutputName("site.html/index.htm"), "site.html/index.htm.out.html"},
+      {HtmlOutputName("a.in.html/b.in.html"), "a.in.html/b.out.html"},
+      {XmlOutputName("a.xml.bak"), "a.out.xml"},
+      {XmlOutputName("dir.xml/b.xml"), "dir.out.xml"},
+      {XmlOutputName("a.dat"), "a.dat.out"},
+      {XmlOutputName("A.XML"), "A.XML.out"},
+      {MultiOutputName("out/t.html", 2), "out/t.html.2"},
+      {AttachmentFolder("t.html.2"), "t.html.2_files"},
+      // The server's name never leads out of the folder.
+      {AttachmentFileName("report.txt"), "report.txt"},
+      {AttachmentFileName("../../etc/passwd"), "passwd"},
+      {AttachmentFileName("c:\\temp\\x.png"), "x.png"},
+      {InputTypeOf("docs.v2/page.HTML"), "HTML"},
+      {InputTypeOf("docs.v2/README"), ""},
+      {InputTypeOf(".profile"), ""},
+  };
+  for (const auto& [got, expected] : names) EXPECT_EQ(got, expected);
+  for (const char* bad : {"", ".", "..", "a/..", "dir/"}) EXPECT_EQ(AttachmentFileName(bad), "") << bad;
+}
+
+// An empty payload (<data></data>) is a view without a pointer; the one
+// writer of binary output writes an empty file from it and never hands the
+// null pointer to fwrite (which the sanitizer build stops on).
+TEST(FileNames, EmptyPayloadWritesAnEmptyFile) {
+  testing::TempDir dir;
+  struct stat info;
+  EXPECT_EQ(WriteWholeFile("empty.bin", {}, std::string_view()), WriteResult::kOk);
+  FILE* file = fopen("empty.bin", "ab");
+  ASSERT_NE(file, nullptr);
+  EXPECT_TRUE(PutBytes(file, std::string_view()));
+  fclose(file);
+  ASSERT_EQ(stat("empty.bin", &info), 0);
+  EXPECT_EQ(info.st_size, 0);
+  EXPECT_EQ(WriteWholeFile("no/such/x", {}, "x"), WriteResult::kOpenFailed);
+  // An attachment folder that is there already will do; a file in its place will not.
+  EXPECT_TRUE(MakeDirectory(dir.path().c_str()));
+  EXPECT_FALSE(MakeDirectory("empty.bin"));
+}
+
+TEST(RewriteTags, ListsOfNamesAndTheHelpText) {
+  unsigned tags = 0;
+  std::string bad;
+  ASSERT_TRUE(ParseRewriteTags("aLl", tags, bad));
+  EXPECT_EQ(tags, kAllRewriteTags);
+  ASSERT_TRUE(ParseRewriteTags(" meta_refresh: A_HREF_BINARY ,,A_HREF", tags, bad));
+  EXPECT_EQ(RewriteTagNames(tags), "A_HREF, A_HREF_BINARY, META_REFRESH");
+  EXPECT_EQ(RewriteTagNames(kAllRewriteTags), "ALL");
+  EXPECT_FALSE(ParseRewriteTags("IMG_SRC,IMG,A_HREF", tags, bad));
+  EXPECT_EQ(bad, "IMG,A_HREF");
+  EXPECT_FALSE(ParseRewriteTags("ALL,IMG_SRC", tags, bad));  // ALL stands alone
+  EXPECT_EQ(bad, "ALL,IMG_SRC");
+  EXPECT_FALSE(ParseRewriteTags(" , ", tags, bad));
+  // The help lists every tag, and ends with an empty line.
+  const char* list = strstr(kHtmlCommandRows[0].usage, "Valid URL rewrite tags:\n");
+  ASSERT_NE(list, nullptr);
+  std::string names = list + strlen("Valid URL rewrite tags:\n");
+  ASSERT_EQ(names.substr(names.size() - 2), "\n\n");
+  for (char& c : names) c = c == '\n' ? ' ' : c;
+  ASSERT_TRUE(ParseRewriteTags(names, tags, bad)) << bad;
+  EXPECT_EQ(tags, kAllRewriteTags);
+}
+
+TEST(SavedResponse, RedirectsLeaveOneBlockEachAndTheLastOneCounts) {
+  const struct {
+    const char* saved;
+    const char* type;
+    const char* body;  // null: no header end, no body
+  } cases[] = {
+      {"HTTP/1.1 302 Found\r\nLocation: /next\r\nContent-Type: text/plain\r\n\r\n"
+       "HTTP/1.1 301 Moved\r\nlocation: /page\r\n\r\n"
+       "HTTP/1.1 200 OK\r\ncontent-type:  text/html; charset=Shift_JIS \r\n\r\n<p>body\r\n\r\n</p>",
+       "text/html; charset=Shift_JIS", "<p>body\r\n\r\n</p>"},
+      // Not a redirect: what follows the block is the body, whatever it holds.
+      {"HTTP/1.1 200 OK\r\nContent-Type: a/b\r\n\r\nHTTP/1.1 200 OK\r\n\r\nx", "a/b", "HTTP/1.1 200 OK\r\n\r\nx"},
+      // A Location header on a final response does not make its body a block.
+      {"HTTP/1.1 201 Created\r\nLocation: /new\r\n\r\n\r\n\r\n", "", "\r\n\r\n"},
+      {"HTTP/1.1 200 OK\r\nContent-Type: a/b\r\n\r\n", "a/b", ""},
+      {"HTTP/1.1 200 OK\r\nContent-Type: a/b\r\n", "", nullptr},
+      {"", "", nullptr},
+  };
+  for (const auto& c : cases) {
+    std::string type;
+    size_t body = 0;
+    std::string got = SplitSavedResponse(c.saved, type, body) ? type + "|" + std::string(c.saved).substr(body) : "-";
+    EXPECT_EQ(got, c.body ? std::string(c.type) + "|" + c.body : "-") << c.saved;
+  }
+  const char* types[][3] = {
+      {"application/xml; charset=Shift_JIS", "Shift_JIS", ".xml"},
+      {"text/html", "", ".html"},  // html is tried before text
+      {"application/xhtml+xml", "", ".html"},
+      {"application/zip", "", ".zip"},
+      {"text/plain;charset=UTF-8", "UTF-8", ".txt"},
+      {"application/octet-stream; name=page.html", "", ".tmp"},  // only the media type counts
+  };
+  for (const auto& t : types) {
+    std::string charset, extension;
+    CharsetFromContentType(t[0], charset, extension);
+    EXPECT_EQ(charset + " " + extension, std::string(t[1]) + " " + t[2]) << t[0];
+  }
+  EXPECT_TRUE(IsDownloadUrl("HTTP://host/") && IsDownloadUrl("https://host/"));
+  EXPECT_FALSE(IsDownloadUrl("http:/host") || IsDownloadUrl("page.html"));
+}
+
+TEST(SourceBlock, LanguageAndMarkersBecomeSpansInCharacters) {
+  const struct {
+    const char* argument;
+    const char* lang;  // null: no language prefix
+    const char* text;
+    const char* track;
+    const char* phrase;
+  } cases[] = {
+      {"abcdefg=x", "abcdefg", "x", "", ""},  // at most seven characters
+      {"abcdefgh=x", nullptr, "abcdefgh=x", "", ""},
+      {"=x=y", "", "x=y", "", ""},
+      // IDs ascending whatever their order in the text; "é" is one character.
+      {"\xC3\xA9 @@7x@@7 @@2yy@@2 ##3/5/z##3 ##0w##0", nullptr, "\xC3\xA9 x yy z w", "4 2;2 1;", "0 9 1;5 7 1;"},
+      // An unclosed span runs to the end; "/x/" is not a type and stays text.
+      {"ab##1/x/cd", nullptr, "ab/x/cd", "", "0 2 5;"},
+  };
+  for (const auto& c : cases) {
+    ParsedBlock b;
+    ASSERT_TRUE(ParseSourceBlock(nullptr, c.argument, b)) << c.argument;
+    EXPECT_EQ(b.lang.value_or("<none>"), c.lang ? c.lang : "<none>") << c.argument;
+    EXPECT_EQ(b.text + "|" + b.track + "|" + b.phrase, std::string(c.text) + "|" + c.track + "|" + c.phrase);
+  }
+  ExecThread thread("t", false);
+  testing::Capture out(thread);
+  ParsedBlock b;
+  EXPECT_FALSE(ParseSourceBlock(&thread, "end@@", b));
+  EXPECT_EQ(out.Take(), "ERROR: Data marker (@@) is missing ID\n\n");
+  EXPECT_EQ(SplitSetword("a=b;;"), (Strings{"a=b", ""}));  // one trailing semicolon dropped
+}
+
+// -eid, -prop and -- as the frame reads them for every engine command.
+TEST(EngineOptions, PropertiesStartFromTheThreadAndEndOptionsEndsScanning) {
+  ExecThread thread("t", false);
+  thread.data = std::make_unique<LocalData>(&thread);
+  Local(thread).engine.properties = {{"a", "1"}, {"b", "2"}};
+  constexpr auto table = CommandOptions<kCommonOptions | kEngineOptions | kTakeEndOfOptions>({kPatternOption});
+  auto properties = [](RequestFrame& frame) {
+    nv__EngineSelect* engine = frame.engine();
+    if (!engine->properties) return std::string("<absent>");
+    std::string all;
+    for (const nv__KeyValPair& pair : engine->properties->item) all += pair.key + "=" + pair.val + ";";
+    return all;
+  };
+  testing::Capture out(thread);
+  AddCreatedDid({"QZ-EJ", 0x400, 0x10, 41});
+  // The frame keeps pointers into the words it scanned.
+  ArgVector all = {"x", "-prop", "b=3", "-eid", "QZ-X", "-prop=dictionaries=7,LAST", "--", "-prop", "--", "y"},
+            empty = {"-prop", "", "-pattern", "--", "z"}, one = {"w"}, bad = {"-prop", "novalue", "w"};
+  RequestFrame frame(thread, "");
+  ASSERT_TRUE(frame.Scan(table, all));
+  EXPECT_EQ(frame.eid(), "QZ-X");
+  EXPECT_EQ(properties(frame), "a=1;b=3;dictionaries=7 41;");
+  EXPECT_EQ(frame.positional(), (ArgVector{"x", "-prop", "--", "y"}));
+  RequestFrame emptied(thread, "");
+  ASSERT_TRUE(emptied.Scan(table, empty, [](const OptionScanner&) { return true; }));
+  EXPECT_EQ(properties(emptied), "");  // sent, and empty
+  EXPECT_EQ(emptied.positional(), ArgVector{"z"});
+  Local(thread).engine.properties.clear();
+  RequestFrame none(thread, "");
+  ASSERT_TRUE(none.Scan(table, one));
+  EXPECT_EQ(properties(none), "<absent>");
+  EXPECT_FALSE(RequestFrame(thread, "").Scan(table, bad));
+  EXPECT_EQ(out.Take(), "Invalid property: novalue\n");
+}
+
+}  // namespace
+}  // namespace lexctl
