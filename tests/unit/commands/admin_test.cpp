@@ -1,5 +1,5 @@
-// Flag tables (lookup, folding, arguments, mask printers), DID resolution,
-// sizes, export file names and daddtm's entry building.
+// Flag tables (lookup, folding, arguments, masks without names), DID
+// resolution, sizes and export file names.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -10,7 +10,6 @@
 
 #include "capture.h"
 #include "client/did_list.h"
-#include "commands/admin/entries.h"
 #include "commands/admin/flag_tables.h"
 #include "commands/admin/import_export.h"
 #include "shell/variables.h"
@@ -68,27 +67,16 @@ TEST(FlagTables, FoldingGoesInOrderAndKeepsUnknownWords) {
   EXPECT_EQ(v, 0x11);
 }
 
-TEST(FlagTables, MaskPrinters) {
+TEST(FlagTables, SupportMaskWithoutNamedFlags) {
   ExecThread thread("_main_", true);
   testing::Capture out(thread);
   PrintSupportMask(thread, 0, "  ");
-  PrintSupportMask(thread, 0xffffffffLL);
   PrintSupportMask(thread, 0x80000);  // the unnamed bit alone is nothing
-  PrintSupportMask(thread, 0x10000013, "> ");
-  PrintTypeMask(thread, 0x15);
+  PrintSupportMask(thread, 0xffffffffLL);
   EXPECT_EQ(out.Take(),
             "  Support Flag: 0x00000000 (NO ENGINE FEATURES)\n"
-            "Support Flag: 0x1ff7ffff (ALL ENGINE FEATURES)\n"
             "Support Flag: 0x00000000 (NO ENGINE FEATURES)\n"
-            "> Support Flag: 0x10000013\n"
-            ">     TRANSLATE        LOOKUP           DIC              TM_AUTO_PATTERN\n"
-            "Type Flags:   0x15\n    DIRECT  BRIDGE  HIDDEN\n");
-  PrintColumns(thread, {"a", "bb", "c", "d", "e", "f", "g", "h", "i", "j", "k", "l", "m", "n",
-                        "o", "p", "q", "r", "s", "t", "u", "v", "w", "x", "y", "z", "0"},
-               "Words: ", "       ");
-  EXPECT_EQ(out.Take(),
-            "Words: a   bb  c   d   e   f   g   h   i   j   k   l   m   n   o   p   q   r\n"
-            "       s   t   u   v   w   x   y   z   0\n");
+            "Support Flag: 0x1ff7ffff (ALL ENGINE FEATURES)\n");
 }
 
 TEST(Dictionaries, DidResolutionFollowsTheCreatedListFromManyThreads) {
@@ -132,35 +120,6 @@ TEST(Dictionaries, SizesAndExportNames) {
   EXPECT_EQ(ExportFileName("out", "noextension"), "out");
   EXPECT_EQ(ExportFileName("out", "../../etc/x.y/passwd"), "out");  // only the leaf counts
   EXPECT_EQ(ExportFileName("out", ""), "out");
-}
-
-TEST(Dictionaries, MemoryEntriesAreBuiltInCommandLineOrder) {
-  TmEntryBuilder builder;
-  builder.NewEntry();  // before any sentence: ignored
-  ASSERT_TRUE(builder.AddSentence("en=Hello"));
-  ASSERT_TRUE(builder.AddSentence("ja=#a=b"));
-  builder.current().weight = 5;
-  builder.NewEntry();
-  ASSERT_TRUE(builder.AddSentence("de="));
-  EXPECT_FALSE(builder.AddSentence("no language"));
-  std::vector<TmEntry> entries;
-  ASSERT_TRUE(builder.Finish(entries));
-  ASSERT_EQ(entries.size(), 2u);
-  ASSERT_EQ(entries[0].sentences.size(), 2u);
-  EXPECT_EQ(entries[0].sentences[0].lang, "en");
-  EXPECT_TRUE(entries[0].sentences[0].key);
-  EXPECT_EQ(entries[0].sentences[1].text, "a=b");  // split at the first "="
-  EXPECT_FALSE(entries[0].sentences[1].key);
-  EXPECT_EQ(entries[0].weight, 5);
-  EXPECT_FALSE(entries[1].weight);
-  EXPECT_EQ(entries[1].sentences[0].text, "");
-
-  TmEntryBuilder trailing;
-  ASSERT_TRUE(trailing.AddSentence("en=x"));
-  trailing.NewEntry();
-  trailing.current().author = "me";
-  EXPECT_FALSE(trailing.Finish(entries));  // the second entry has no sentence
-  EXPECT_FALSE(TmEntryBuilder().Finish(entries));
 }
 
 }  // namespace

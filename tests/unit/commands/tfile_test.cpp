@@ -1,3 +1,5 @@
+// The pieces of tfile: escapes, line ranges, output names, batches and the
+// dictionary rows.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -17,7 +19,6 @@ TEST(Tfile, EscapesLineRangesAndOutputNames) {
   EXPECT_EQ(std::to_string(a) + "-" + std::to_string(b), "3-7");
   EXPECT_TRUE(ParseLineRange("4-4", a, b));
   for (const char* bad : {"7-3", "5", "5-", "x-3", "0-2", ""}) EXPECT_FALSE(ParseLineRange(bad, a, b)) << bad;
-  EXPECT_EQ(OutputName("notes.txt", "txn", "", ""), "notes.txn.txt");
   EXPECT_EQ(OutputName("in/a.b.csv", "org", "", ""), "in/a.b.org.txt");
   EXPECT_EQ(OutputName("in.d/README", "dic", "v2", ""), "in.d/README.dic.v2.txt");
   EXPECT_EQ(OutputName("in/.hidden", "txn", "", "out/"), "out/.hidden.txn.txt");
@@ -39,7 +40,7 @@ std::vector<std::string> Batches(const std::string& input, const Selection& sel)
   return out;
 }
 
-TEST(TfileBatcher, BatchesCountOnlySentLines) {
+TEST(TfileBatcher, BatchesCountOnlySentLinesInTheRange) {
   Selection sel;
   sel.blocks = 2;
   // Empty lines ride along with the batch they fall in; an empty tail is
@@ -47,12 +48,8 @@ TEST(TfileBatcher, BatchesCountOnlySentLines) {
   EXPECT_EQ(Batches("a\n\nb\nc\nd\n\n", sel),
             (std::vector<std::string>{"1-3: 1 2e 3", "4-5: 4 5", "0-0: 6e"}));
   EXPECT_EQ(Batches("", sel), std::vector<std::string>{});
-}
-
-TEST(TfileBatcher, RangeAndSkip) {
   std::string ten;
   for (int i = 1; i <= 10; ++i) ten += "l" + std::to_string(i) + "\n";
-  Selection sel;
   sel.skip = 1;
   sel.blocks = 3;
   EXPECT_EQ(Batches(ten, sel), (std::vector<std::string>{"1-5: 1 3 5", "7-9: 7 9"}));

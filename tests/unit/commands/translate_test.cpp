@@ -1,6 +1,5 @@
 // The pure pieces of the translation commands: output and attachment names,
-// binary output, URL rewrite rules, saved wget responses, source blocks and
-// the engine options every engine command reads.
+// binary output, URL rewrite rules, saved wget responses and source blocks.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,16 +10,12 @@
 #include <string_view>
 
 #include "capture.h"
-#include "client/common_options.h"
-#include "client/did_list.h"
-#include "client/frame.h"
 #include "commands/common/files.h"
 #include "commands/translate/document_names.h"
 #include "commands/translate/download.h"
 #include "commands/translate/html.h"
 #include "commands/translate/input.h"
 #include "shell/platform.h"
-#include "soapH.h"
 
 namespace lexctl {
 namespace {
@@ -29,18 +24,14 @@ using Strings = std::vector<std::string>;
 
 TEST(FileNames, OutputsAttachmentsAndInputTypes) {
   const std::pair<std::string, std::string> names[] = {
-      {HtmlOutputName("page.in.html"), "page.out.html"},
       {HtmlOutputName("page.html"), "page.out.html"},
-      {HtmlOutputName("/tmp/wget-1.tmp"), "/tmp/wget-1.tmp.out.html"},
+      {HtmlOutputName("page.htm"), "page.htm.out.html"},
       // Only the file's own name is renamed, never a folder on its path.
       {HtmlOutputName("site.html/index.htm"), "site.html/index.htm.out.html"},
       {HtmlOutputName("a.in.html/b.in.html"), "a.in.html/b.out.html"},
       {XmlOutputName("a.xml.bak"), "a.out.xml"},
       {XmlOutputName("dir.xml/b.xml"), "dir.out.xml"},
-      {XmlOutputName("a.dat"), "a.dat.out"},
       {XmlOutputName("A.XML"), "A.XML.out"},
-      {MultiOutputName("out/t.html", 2), "out/t.html.2"},
-      {AttachmentFolder("t.html.2"), "t.html.2_files"},
       // The server's name never leads out of the folder.
       {AttachmentFileName("report.txt"), "report.txt"},
       {AttachmentFileName("../../etc/passwd"), "passwd"},
@@ -124,7 +115,6 @@ TEST(SavedResponse, RedirectsLeaveOneBlockEachAndTheLastOneCounts) {
       {"text/html", "", ".html"},  // html is tried before text
       {"application/xhtml+xml", "", ".html"},
       {"application/zip", "", ".zip"},
-      {"text/plain;charset=UTF-8", "UTF-8", ".txt"},
       {"application/octet-stream; name=page.html", "", ".tmp"},  // only the media type counts
   };
   for (const auto& t : types) {
@@ -164,41 +154,6 @@ TEST(SourceBlock, LanguageAndMarkersBecomeSpansInCharacters) {
   EXPECT_FALSE(ParseSourceBlock(&thread, "end@@", b));
   EXPECT_EQ(out.Take(), "ERROR: Data marker (@@) is missing ID\n\n");
   EXPECT_EQ(SplitSetword("a=b;;"), (Strings{"a=b", ""}));  // one trailing semicolon dropped
-}
-
-// -eid, -prop and -- as the frame reads them for every engine command.
-TEST(EngineOptions, PropertiesStartFromTheThreadAndEndOptionsEndsScanning) {
-  ExecThread thread("t", false);
-  thread.data = std::make_unique<LocalData>(&thread);
-  Local(thread).engine.properties = {{"a", "1"}, {"b", "2"}};
-  constexpr auto table = CommandOptions<kCommonOptions | kEngineOptions | kTakeEndOfOptions>({kPatternOption});
-  auto properties = [](RequestFrame& frame) {
-    nv__EngineSelect* engine = frame.engine();
-    if (!engine->properties) return std::string("<absent>");
-    std::string all;
-    for (const nv__KeyValPair& pair : engine->properties->item) all += pair.key + "=" + pair.val + ";";
-    return all;
-  };
-  testing::Capture out(thread);
-  AddCreatedDid({"QZ-EJ", 0x400, 0x10, 41});
-  // The frame keeps pointers into the words it scanned.
-  ArgVector all = {"x", "-prop", "b=3", "-eid", "QZ-X", "-prop=dictionaries=7,LAST", "--", "-prop", "--", "y"},
-            empty = {"-prop", "", "-pattern", "--", "z"}, one = {"w"}, bad = {"-prop", "novalue", "w"};
-  RequestFrame frame(thread, "");
-  ASSERT_TRUE(frame.Scan(table, all));
-  EXPECT_EQ(frame.eid(), "QZ-X");
-  EXPECT_EQ(properties(frame), "a=1;b=3;dictionaries=7 41;");
-  EXPECT_EQ(frame.positional(), (ArgVector{"x", "-prop", "--", "y"}));
-  RequestFrame emptied(thread, "");
-  ASSERT_TRUE(emptied.Scan(table, empty, [](const OptionScanner&) { return true; }));
-  EXPECT_EQ(properties(emptied), "");  // sent, and empty
-  EXPECT_EQ(emptied.positional(), ArgVector{"z"});
-  Local(thread).engine.properties.clear();
-  RequestFrame none(thread, "");
-  ASSERT_TRUE(none.Scan(table, one));
-  EXPECT_EQ(properties(none), "<absent>");
-  EXPECT_FALSE(RequestFrame(thread, "").Scan(table, bad));
-  EXPECT_EQ(out.Take(), "Invalid property: novalue\n");
 }
 
 }  // namespace

@@ -22,15 +22,10 @@ TEST(Tokenizer, QuotesBackslashesAndEscapes) {
     Strings words;
   } cases[] = {
       {"  a \"b c\"\t\td  ", false, {"a", "b c", "d"}},
-      {"   ", false, {}},
       {"x\"y z\"w \"\"", false, {"xy zw", ""}},
-      {"\"unterminated quote keeps going", false, {"unterminated quote keeps going"}},
-      {"say\\\"hi\\\"", false, {"say\"hi\""}},
-      {"\"a\\\\\"", false, {"a\\"}},               // even run: the quote closes
-      {"\"a\\\\\\\" b\"", false, {"a\\\" b"}},     // odd run: a literal quote
-      {"x\\\\y end\\", false, {"x\\\\y", "end\\"}},  // no quote: unchanged
+      {"\"a\\\\\\\" b\"", false, {"a\\\" b"}},  // an odd run of backslashes: a literal quote
+      {"end\\", false, {"end\\"}},
       {"a\\tb c\\nd e\\rf", true, {"a\tb", "c\nd", "e\rf"}},
-      {"a\\tb", false, {"a\\tb"}},
       {"keep\\x and\\\\n trailing\\", true, {"keep\\x", "and\\\\n", "trailing\\"}},
   };
   for (const auto& c : cases) {
@@ -41,30 +36,15 @@ TEST(Tokenizer, QuotesBackslashesAndEscapes) {
   }
 }
 
-TEST(Substitution, RulesAndSpecialNames) {
+TEST(Substitution, SpecialNamesSelfReferenceAndLargeValues) {
   ExecThread thread("worker", false);
   auto expand = [&](std::string text) {
     SubstituteVariables(thread, text);
     return text;
   };
-  SetVariable("subst_abc", "long");
-  EXPECT_EQ(expand("{{subst_ab}}"), "long");  // only a longer name: it is used
   SetVariable("subst_ab", "short");
-  SetVariable("subst_n_" + std::to_string(thread.id()), "mine");
-  SetVariable("subst_open", "{{");
-  SetVariable("subst_target", "reached");
-  const std::pair<const char*, std::string> cases[] = {
-      {"{{subst_ab}}", "short"},  // the exact name comes first
-      {"[{{subst_missing}}][{{subst_missing:dflt}}][{{subst_missing:}}]", "[][dflt][]"},
-      {"[{{subst_x:y:z}}]", "[z]"},  // the last colon splits
-      {"{{subst_n_{{TID}}}}", "mine"},  // innermost first
-      {"{{subst_open}}subst_target}}", "reached"},  // replacements expand again
-      {"{{subst_ab}} {{", "{{subst_ab}} {{"},  // an unclosed reference stops all
-      {"{{subst_ab}} }}", "short }}"},
-      {"{{UNIQ}} {{UNIQ}}", "2 1"},  // the right-hand one is replaced first
-      {"{{TNAME}} {{tid}}", "worker "},  // special names are case-sensitive
-  };
-  for (const auto& [text, expanded] : cases) EXPECT_EQ(expand(text), expanded) << text;
+  EXPECT_EQ(expand("{{subst_ab}} }}"), "short }}");
+  EXPECT_EQ(expand("{{TNAME}} {{tid}}"), "worker ");  // special names are case-sensitive
   std::string now = expand("{{NOW}}");
   EXPECT_EQ(now.size(), 19u);
   EXPECT_EQ(now.substr(2, 1) + now.substr(5, 1) + now.substr(13, 1), "//:") << now;

@@ -1,5 +1,5 @@
-// Reading scripts (long lines, encodings, continuation at the end of a file,
-// settings files) and interpreter threads (registry states, joins, stops).
+// Reading scripts (long lines, encodings, continuation at the end of a file)
+// and interpreter threads (registry states, joins, stops).
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -9,7 +9,6 @@
 #include "capture.h"
 #include "shell/builtins.h"
 #include "shell/dispatch.h"
-#include "shell/platform.h"
 #include "shell/script.h"
 #include "shell/threads.h"
 #include "shell/variables.h"
@@ -74,23 +73,6 @@ TEST_F(Script, LongLinesEncodingsAndLineEnds) {
   EXPECT_EQ(RunScript("@setopt utf8 true\n@echo caf\xE9\n"), "caf\xE9 \n");
   EXPECT_EQ(RunScript("@echo a \\\r\nb\r\n@echo c\\"), "a b \nc \n");
   EXPECT_EQ(RunScript("\n\n   \n\t\n"), "");
-}
-
-TEST_F(Script, SettingsFileGivesTheConsoleModeBackWhenItEnds) {
-  dir_.Write("nested.lex", "@setopt console output\n");
-  std::string path = dir_.Write("saved.cfg", "@setopt console none\n@read nested.lex\n@echo shown\n");
-  ExecThread thread("_main_", true);
-  testing::Capture capture(thread);
-  thread.console_mode = kConsolePrompt;
-  ASSERT_TRUE(ReadSettingsFile(thread, path.c_str()));
-  thread.input_stack.clear();
-  std::string after = dir_.Write("after.lex", "@setopt console\n");
-  // The settings file runs over the script that follows it, as at start-up.
-  thread.input_stack.push_back(InputSource{OpenFile(after.c_str(), "rb"), after});
-  RunCommandLoop(thread);
-  // The nested file's own change lasts until the settings file ends.
-  EXPECT_EQ(capture.Take(), "shown \nsetopt console      prompt\n");
-  EXPECT_EQ(thread.console_mode, kConsolePrompt);
 }
 
 TEST_F(Script, ThreadsShareVariablesAndStayListedUntilJoined) {
