@@ -53,31 +53,8 @@ Outcome Read(const std::string& text, size_t piece, bool ours, long long length 
   return out;
 }
 
-TEST(Base64Reader, AgreesWithTheLibraryOnWrittenCases) {
-  const char* cases[] = {
-      "SGVsbG8sIHdvcmxk</data>",          // no padding needed
-      "SGVsbG8=</data>",                  // one pad
-      "SGk=  \r\n  </data>",              // blanks after the padding
-      "SA==</data>",                      // two pads
-      "</data>",                          // empty
-      "  SGVs\r\n  bG8s\tIHdv cmxk\n</data>",  // blanks anywhere
-      "SGVs&#98;G8=</data>",              // a character reference
-      "SGVs<![CDATA[bG8s]]>IHdvcmxk</data>",  // CDATA in the middle
-      "SGVs<!-- note -->bG8s</data>",     // a comment in the middle
-      "SGVsbG8<child/>",                  // ends at a child element
-      "SGV*sbG8=</data>",                 // an invalid character
-      "SGVsbG8=junk</data>",              // text after the padding
-      "SGVsbG8sIHdvcmxk",                 // the message just ends
-      "SGVsb</data>",                     // a dangling sextet
-  };
-  for (const char* text : cases) {
-    for (size_t piece : {0, 1, 2, 3, 5, 7}) {
-      SCOPED_TRACE(std::string(text) + " in pieces of " + std::to_string(piece));
-      EXPECT_EQ(Read(text, piece, true), Read(text, piece, false));
-    }
-  }
-}
-
+// Text made of pieces (padding, blanks, references, CDATA, comments, bad
+// characters, markup) that ends at an end tag, a child element or nowhere.
 TEST(Base64Reader, AgreesWithTheLibraryOnRandomText) {
   std::mt19937 random(20261125);
   const std::string pieces[] = {"QUJD", "ZGVm", "Zw==", "aA=", "=", " ", "\n", "\t", "&#65;", "&amp;",
@@ -86,8 +63,8 @@ TEST(Base64Reader, AgreesWithTheLibraryOnRandomText) {
     std::string text;
     int count = static_cast<int>(random() % 12);
     for (int i = 0; i < count; ++i) text += pieces[random() % std::size(pieces)];
-    text += "</end>";
-    size_t piece = random() % 6;
+    if (random() % 8) text += "</end>";
+    size_t piece = random() % 8;
     SCOPED_TRACE(text + " in pieces of " + std::to_string(piece));
     ASSERT_EQ(Read(text, piece, true), Read(text, piece, false));
   }

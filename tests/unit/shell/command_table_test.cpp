@@ -1,5 +1,5 @@
 // The merged command table with a client table of the test's own: shadowing,
-// hidden rows, option rows, help, dispatch, completion and secret lines.
+// hidden rows, option rows, dispatch, completion and secret lines.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -26,8 +26,7 @@ void Login(ExecThread&, ArgVector&) {}
 void AddUser(ExecThread&, ArgVector&) {}
 void ClientEcho(ExecThread&, ArgVector&) { client_calls.push_back("client echo"); }
 
-void ClientPing(ExecThread& thread, ArgVector& args) {
-  if (CheckHelpRequest(thread, ClientPing, args, true)) return;
+void ClientPing(ExecThread&, ArgVector& args) {
   std::string call = "ping";
   for (const char* arg : args) call += std::string("|") + arg;
   client_calls.push_back(call);
@@ -94,7 +93,7 @@ class CommandTable : public ::testing::Test {
   std::string shadow_report_;
 };
 
-TEST_F(CommandTable, ShadowingFlagsAliasesAndHelp) {
+TEST_F(CommandTable, ShadowingFlagsAndAliases) {
   EXPECT_EQ(shadow_report_, "Command 'echo' is shadowed by internal command of the same name\n");
   EXPECT_EQ(Run("@ECHO x"), "x \n");
   Run("@ping a\\tb");
@@ -103,19 +102,6 @@ TEST_F(CommandTable, ShadowingFlagsAliasesAndHelp) {
   Run("@+oldping a\\tb");
   EXPECT_EQ(client_calls, (Words{"ping|a\tb", "ping|c", "ping|a\\tb", "ping|a\tb"}));
   EXPECT_EQ(Run("_setopt_host x"), "test> _setopt_host x\nUnrecognized command: _setopt_host\n");
-
-  std::string summary = Run("@help");
-  EXPECT_NE(summary.find("\nTEST CLIENT\nEcho           Shadowed by the interpreter.\n"
-                         "p, ping        Ping the test client.\n"),
-            std::string::npos)
-      << summary;
-  EXPECT_EQ(summary.find("oldping"), std::string::npos);
-  EXPECT_EQ(summary.find("host"), std::string::npos);
-  // The hidden alias still shows the help of its handler, without its name.
-  EXPECT_EQ(Run("@oldping -?"),
-            "Commands:  p, ping\nSummary:   Ping the test client.\n\nUsage: ping [<text>]\n");
-  EXPECT_EQ(Run("@=ping -?"), "");
-  EXPECT_EQ(client_calls.back(), "ping|-?");
 }
 
 TEST_F(CommandTable, ClientOptionsJoinSetoptAndSaveWritesThemPrivately) {

@@ -111,9 +111,6 @@ TEST_F(Script, DisabledThreads) {
   SetThreadsEnabled(false);
   EXPECT_EQ(Threads({"start", "x", "job.lex"}), "Threads are disabled.\n");
   EXPECT_EQ(Threads({}), "Threads are disabled.\n");
-  ArgVector args{"getopt", "threads", ""};
-  OptThreads(main_, args);
-  EXPECT_EQ(capture_.Take(), "setopt threads      false\n");
 }
 
 }  // namespace
