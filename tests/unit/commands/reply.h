@@ -1,5 +1,6 @@
-// Replies built by hand, in shapes a server may send but lexsim never does:
-// everything allocated in one context that ends with the test.
+// SOAP values built by hand (replies in shapes lexsim never sends, requests
+// to look into), all in one context that ends with the test, and a thread
+// whose output is captured.
 #pragma once
 
 #include <gtest/gtest.h>

@@ -6,23 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "capture.h"
-#include "client/did_list.h"
 #include "client/credentials.h"
+#include "client/did_list.h"
 #include "client/local_data.h"
 #include "commands/admin/udump.h"
 #include "commands/admin/user_update.h"
-#include "shell/exec_thread.h"
-#include "soapH.h"
+#include "reply.h"
 
 namespace lexctl {
 namespace {
 
-class UserOptions : public ::testing::Test {
+class UserOptions : public testing::Reply {
  protected:
-  UserOptions() : thread_("_main_", true) {
-    thread_.data = std::make_unique<LocalData>(&thread_);
-  }
+  UserOptions() { thread_.data = std::make_unique<LocalData>(&thread_); }
 
   /// Scans words with the ucreate/uupdate table into a fresh parser; false
   /// when the parser stopped the command.
@@ -34,8 +30,6 @@ class UserOptions : public ::testing::Test {
   }
   UserEdits& edits() { return parser_->edits(); }
 
-  ExecThread thread_;
-  testing::Capture out_{thread_};
   std::unique_ptr<UserUpdateParser> parser_;
 };
 
@@ -93,16 +87,12 @@ TEST_F(UserOptions, FieldsLimitsAddressesPropertiesAndEngines) {
 
 TEST_F(UserOptions, UpdateForEachTargetUser) {
   ASSERT_TRUE(Parse({"-userPass", "secret", "-userIp", "all", "-userPropDel", "k"}));
-  struct soap* soap = soap_new();
-  nv__UserUpdate* u = BuildUserUpdate(soap, edits(), "bob");
+  nv__UserUpdate* u = BuildUserUpdate(soap_, edits(), "bob");
   EXPECT_EQ(*u->password, PasswordHash("bob", "secret")) << "hashed with the target user id";
-  EXPECT_EQ(*BuildUserUpdate(soap, edits(), "ann")->password, PasswordHash("ann", "secret"));
+  EXPECT_EQ(*BuildUserUpdate(soap_, edits(), "ann")->password, PasswordHash("ann", "secret"));
   ASSERT_TRUE(u->iprestrict);
   EXPECT_TRUE(u->iprestrict->item.empty()) << "-userIp all sends an empty list";
   EXPECT_FALSE(u->properties->item[0].val);
-  soap_destroy(soap);
-  soap_end(soap);
-  soap_free(soap);
   EXPECT_EQ(ApplyIpEdits({"a", "b", "c"}, {{false, "b"}, {true, "d"}, {true, "a"}, {false, "x"}}),
             (std::vector<std::string>{"a", "c", "d"}));
 }

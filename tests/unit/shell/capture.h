@@ -52,7 +52,6 @@ class TempDir {
     std::filesystem::current_path(old_cwd_);
     std::filesystem::remove_all(path_);
   }
-  const std::string& path() const { return path_; }
   /// Writes a file inside the folder and returns its path.
   std::string Write(const std::string& name, const std::string& content) const {
     std::ofstream(path_ + "/" + name, std::ios::binary) << content;
