@@ -53,53 +53,8 @@ Outcome Read(const std::string& text, size_t piece, bool ours, long long length 
   return out;
 }
 
-std::string Encode(const std::string& bytes) {
-  static const char* alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string out;
-  size_t i = 0;
-  for (; i + 2 < bytes.size(); i += 3) {
-    unsigned v = static_cast<unsigned char>(bytes[i]) << 16 | static_cast<unsigned char>(bytes[i + 1]) << 8 |
-                 static_cast<unsigned char>(bytes[i + 2]);
-    for (int s = 18; s >= 0; s -= 6) out += alphabet[v >> s & 63];
-  }
-  if (i + 1 == bytes.size()) {
-    unsigned v = static_cast<unsigned char>(bytes[i]) << 16;
-    out += alphabet[v >> 18 & 63];
-    out += alphabet[v >> 12 & 63];
-    out += "==";
-  } else if (i + 2 == bytes.size()) {
-    unsigned v = static_cast<unsigned char>(bytes[i]) << 16 | static_cast<unsigned char>(bytes[i + 1]) << 8;
-    for (int s = 18; s >= 6; s -= 6) out += alphabet[v >> s & 63];
-    out += "=";
-  }
-  return out;
-}
-
-TEST(Base64Reader, AgreesWithTheLibraryOnWrittenCases) {
-  const char* cases[] = {
-      "SGVsbG8sIHdvcmxk</data>",          // no padding needed
-      "SGVsbG8=</data>",                  // one pad
-      "SGk=  \r\n  </data>",              // blanks after the padding
-      "SA==</data>",                      // two pads
-      "</data>",                          // empty
-      "  SGVs\r\n  bG8s\tIHdv cmxk\n</data>",  // blanks anywhere
-      "SGVs&#98;G8=</data>",              // a character reference
-      "SGVs<![CDATA[bG8s]]>IHdvcmxk</data>",  // CDATA in the middle
-      "SGVs<!-- note -->bG8s</data>",     // a comment in the middle
-      "SGVsbG8<child/>",                  // ends at a child element
-      "SGV*sbG8=</data>",                 // an invalid character
-      "SGVsbG8=junk</data>",              // text after the padding
-      "SGVsbG8sIHdvcmxk",                 // the message just ends
-      "SGVsb</data>",                     // a dangling sextet
-  };
-  for (const char* text : cases) {
-    for (size_t piece : {0, 1, 2, 3, 5, 7}) {
-      SCOPED_TRACE(std::string(text) + " in pieces of " + std::to_string(piece));
-      EXPECT_EQ(Read(text, piece, true), Read(text, piece, false));
-    }
-  }
-}
-
+// Text made of pieces (padding, blanks, references, CDATA, comments, bad
+// characters, markup) that ends at an end tag, a child element or nowhere.
 TEST(Base64Reader, AgreesWithTheLibraryOnRandomText) {
   std::mt19937 random(20261125);
   const std::string pieces[] = {"QUJD", "ZGVm", "Zw==", "aA=", "=", " ", "\n", "\t", "&#65;", "&amp;",
@@ -108,8 +63,8 @@ TEST(Base64Reader, AgreesWithTheLibraryOnRandomText) {
     std::string text;
     int count = static_cast<int>(random() % 12);
     for (int i = 0; i < count; ++i) text += pieces[random() % std::size(pieces)];
-    text += "</end>";
-    size_t piece = random() % 6;
+    if (random() % 8) text += "</end>";
+    size_t piece = random() % 8;
     SCOPED_TRACE(text + " in pieces of " + std::to_string(piece));
     ASSERT_EQ(Read(text, piece, true), Read(text, piece, false));
   }
@@ -119,7 +74,12 @@ TEST(Base64Reader, LargeValuesWithAndWithoutAKnownLength) {
   std::string bytes;
   std::mt19937 random(7);
   for (int i = 0; i < (3 << 20) + 2; ++i) bytes += static_cast<char>(random());
-  std::string text = Encode(bytes) + "</data>";
+  struct soap* soap = soap_new();
+  std::string text = soap_s2base64(soap, reinterpret_cast<const unsigned char*>(bytes.data()), nullptr,
+                                   static_cast<int>(bytes.size()));
+  text += "</data>";
+  soap_end(soap);
+  soap_free(soap);
   Outcome expected{true, bytes, 0, Read("</data>", 0, false).next};
   // Unknown length, a length that bounds the value, and one that does not
   // (a compressed reply): all the same bytes.

@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <cctype>
+#include <cstring>
 #include <map>
 #include <set>
 #include <string>
 
+#include "app/client_link.h"
 #include "client/session_commands.h"
 #include "commands/admin/dictionaries.h"
 #include "commands/admin/dtransfer.h"
@@ -21,29 +23,16 @@
 #include "commands/translate/text.h"
 #include "commands/translate/tfile.h"
 #include "shell/console_policy.h"
+#include "shell/dispatch.h"
 
 namespace lexctl {
 namespace {
-
-const CommandRecord* const kRows[] = {
-    kInformationalRows,   kSessionControlRows,  kPasswordCommandRows,
-    kEngineInfoRows,      kProfileRows,         kUserRows,
-    kUdumpRows,           kDictionaryRows,      kImportExportRows,
-    kTransferRows,        kEntryRows,           kTextCommandRows,
-    kHtmlCommandRows,     kDocumentCommandRows, kTfileCommandRows,
-    kAnalysisCommandRows, kLookupCommandRows};
-const CommandOptionTable* const kTables[] = {
-    kSessionOptionTables,    kEngineOptionTables,       kUserOptionTables,     kUdumpOptionTables,
-    kDictionaryOptionTables, kImportExportOptionTables, kTransferOptionTables, kEntryOptionTables,
-    kTextOptionTables,       kHtmlOptionTables,         kDocumentOptionTables, kTfileOptionTables,
-    kAnalysisOptionTables,   kLookupOptionTables};
 
 // Select keys that usage texts may leave out.
 const std::string kUnnamed = " -uilang -resetsessions -dbcache -neweid -bmax -smax -timezone -- ";
 // Select keys that the user commands' texts name without the "-".
 const std::string kDetailKeys =
-    " -user -engines -reverse -dic -nomerge -engineprop -profiles -overrides -propdef -limits "
-    "-userprop ";
+    " -user -engines -reverse -dic -nomerge -engineprop -profiles -overrides -propdef -limits -userprop ";
 // Deliberate differences, by command.
 const std::map<std::string, std::string> kExceptions = {
     {"dcreate", " -vendor "},        // the user-dump spelling of -vender
@@ -57,49 +46,50 @@ const std::map<std::string, std::string> kExceptions = {
     {"uget", kDetailKeys + "-sessions -userdic -techdic -ownerdic "},           // einfo's table
 };
 
-std::string Lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
-  return text;
-}
-
-bool Listed(const std::string& list, const std::string& option) {
-  return list.find(" " + option + " ") != std::string::npos;
+std::set<std::string> Lower(const std::vector<std::string>& options) {
+  std::set<std::string> lower;
+  for (std::string option : options) {
+    for (char& c : option) c = static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    EXPECT_TRUE(lower.insert(option).second) << "twice: " << option;
+  }
+  return lower;
 }
 
 TEST(UsageOptions, TableAndUsageTextNameTheSameOptions) {
-  std::map<std::string, std::string> usage;
-  for (const CommandRecord* rows : kRows) {
-    for (const CommandRecord* row = rows; row->name; ++row) {
-      if (row->usage) usage[row->name] = row->usage;
-    }
-  }
-  usage["utext"] += usage["text"];  // "all text options are also available"
+  LinkClient();
+  BuildCommandTable();
+  const CommandOptionTable* const kTables[] = {
+      kSessionOptionTables, kEngineOptionTables, kUserOptionTables, kUdumpOptionTables,
+      kDictionaryOptionTables, kImportExportOptionTables, kTransferOptionTables, kEntryOptionTables,
+      kTextOptionTables, kHtmlOptionTables, kDocumentOptionTables, kTfileOptionTables,
+      kAnalysisOptionTables, kLookupOptionTables};
   std::set<std::string> checked;
   for (const CommandOptionTable* tables : kTables) {
     for (const CommandOptionTable* t = tables; t->command; ++t) {
       checked.insert(t->command);
-      std::string except = kExceptions.count(t->command) ? kExceptions.at(t->command) : "";
-      std::set<std::string> in_table, in_usage;
-      for (const OptionDef* row = t->table; row->id != -1; ++row) {
-        EXPECT_TRUE(in_table.insert(Lower(row->name)).second) << t->command << " " << row->name;
-      }
-      if (!usage.count(t->command)) continue;  // versions has none
-      for (const std::string& option : UsageOptions(usage[t->command].c_str())) {
-        in_usage.insert(Lower(option));
-      }
+      const CommandRecord* row = FindCommand(t->command);
+      ASSERT_NE(row, nullptr) << t->command;
+      if (!row->usage) continue;  // versions has none
+      std::string usage = row->usage;
+      if (usage.starts_with("Usage: utext")) usage += FindCommand("text")->usage;  // "all text options"
+      std::string except = kExceptions.count(t->command) ? kExceptions.at(t->command) : " ";
+      std::vector<std::string> names;
+      for (const OptionDef* option = t->table; option->id != -1; ++option) names.push_back(option->name);
+      std::set<std::string> in_table = Lower(names), in_usage = Lower(UsageOptions(usage.c_str()));
       for (const std::string& option : in_table) {
-        EXPECT_TRUE(in_usage.count(option) || Listed(kUnnamed, option) || Listed(except, option))
+        EXPECT_TRUE(in_usage.count(option) || (kUnnamed + except).find(" " + option + " ") != std::string::npos)
             << t->command << ": the usage text lacks " << option;
       }
       for (const std::string& option : in_usage) {
-        EXPECT_TRUE(in_table.count(option) || Listed(except, option))
+        EXPECT_TRUE(in_table.count(option) || except.find(" " + option + " ") != std::string::npos)
             << t->command << ": the table lacks " << option;
       }
     }
   }
-  for (const auto& [command, text] : usage) {
-    EXPECT_TRUE(checked.count(command) || text.find("-select") == std::string::npos) << command;
+  for (const CommandRecord* row = CommandTableRows(); row->name; ++row) {
+    EXPECT_TRUE(checked.count(row->name) || !row->usage || !strstr(row->usage, "-select")) << row->name;
   }
+  FreeCommandTable();
 }
 
 }  // namespace

@@ -1,149 +1,98 @@
-// The user update parser, the user-id resolver and the user-dump script lines.
+// The user update options as the request frame scans them, the user-id
+// resolver and the user-dump script lines.
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "capture.h"
-#include "client/did_list.h"
 #include "client/credentials.h"
+#include "client/did_list.h"
 #include "client/local_data.h"
 #include "commands/admin/udump.h"
-#include "commands/admin/user_printer.h"
 #include "commands/admin/user_update.h"
-#include "shell/exec_thread.h"
-#include "soapH.h"
+#include "reply.h"
 
 namespace lexctl {
 namespace {
 
-class UserOptions : public ::testing::Test {
+class UserOptions : public testing::Reply {
  protected:
-  UserOptions() : thread_("_main_", true) {
-    thread_.data = std::make_unique<LocalData>(&thread_);
-  }
+  UserOptions() { thread_.data = std::make_unique<LocalData>(&thread_); }
 
-  /// Scans words with the ucreate/uupdate table into the parser; false when
-  /// the parser stopped the command.
-  bool Parse(std::vector<const char*> words) {
+  /// Scans words with the ucreate/uupdate table into a fresh parser; false
+  /// when the parser stopped the command.
+  bool Parse(ArgVector args) {
     parser_ = std::make_unique<UserUpdateParser>(thread_);
-    ArgVector args(words.begin(), words.end());
-    OptionScanner scanner(kUserUpdateOptions, args);
-    while (scanner.Next()) {
-      EXPECT_EQ(scanner.error(), kOptOk) << scanner.text();
-      if (scanner.id() >= kOptOwn && !parser_->Take(scanner.id(), scanner.argument())) return false;
-    }
-    return true;
+    return RequestFrame(thread_, "").Scan(kUserUpdateOptions, args, [&](const OptionScanner& o) {
+      return parser_->Take(o.id(), o.argument());
+    });
   }
   UserEdits& edits() { return parser_->edits(); }
 
-  ExecThread thread_;
-  testing::Capture out_{thread_};
   std::unique_ptr<UserUpdateParser> parser_;
 };
 
-TEST_F(UserOptions, UserFieldsLimitsAndAddresses) {
-  ASSERT_TRUE(Parse({"-userName", "Ann A", "-userApi", "TEST_ECHO,TRANSLATE_TEXT", "-userFeat",
-                     "ECHO SOAP", "-userFrom", "2024-01-01", "-userLimit", "none", "-userLimit",
-                     "sessions=3", "-userIp", "10.0.0.1", "-userIp", "all", "-userIp", "::1"}));
-  EXPECT_EQ(*edits().name, "Ann A");
+TEST_F(UserOptions, FieldsLimitsAddressesPropertiesAndEngines) {
+  AddCreatedDid(CreatedDid{"QZ-EJ", 0x400, 0x10, 10042});
+  ASSERT_TRUE(Parse({"-userApi", "TEST_ECHO,TRANSLATE_TEXT", "-userLimit", "none", "-userLimit", "sessions=3",
+                     "-userIp", "10.0.0.1", "-userIp", "all", "-userIp", "::1", "-userPropAdd", "!colour=blue=green",
+                     "-userPropSet", "@mode=", "-userPropSet", "", "-userPropDel", "old", "-userPropAdd", "@!k=v",
+                     "-engAdd", "QZ-EJ", "-engType", "HIDDEN", "-engSupport", "TRANSLATE", "-engSupport", "0x2",
+                     "-engDicAdd", "TECH LAST", "-engDel", "QZ-JE", "-engSet", "QZ-TM", "-engSupport", "all"}));
   EXPECT_EQ(*edits().api, 0x21);
-  EXPECT_EQ(*edits().features, "ECHO SOAP");
-  ASSERT_EQ(edits().limits.size(), 9u);
-  for (size_t i = 0; i < 8; ++i) {
+  // "none" lifts every limit but the parallel requests; a later limit follows.
+  ASSERT_GT(edits().limits.size(), 2u);
+  EXPECT_EQ(edits().limits.back(), (std::pair<std::string, int64_t>{"sessions", 3}));
+  for (size_t i = 0; i + 1 < edits().limits.size(); ++i) {
     EXPECT_EQ(edits().limits[i].second, -1);
     EXPECT_NE(edits().limits[i].first, "max.parallel.requests");
   }
-  EXPECT_EQ(edits().limits[8], (std::pair<std::string, int64_t>{"sessions", 3}));
   EXPECT_TRUE(edits().ip_replace);
   EXPECT_EQ(edits().ips, std::vector<std::string>{"::1"}) << "all empties what came before";
-
-  ASSERT_TRUE(Parse({"-userApi", "all"}));
-  EXPECT_EQ(*edits().api, 0x7fffffff);
-  ASSERT_TRUE(Parse({"-userApi", "0x30"}));
-  EXPECT_EQ(*edits().api, 0x30);
-  ASSERT_TRUE(Parse({"-userIp", "ANY"}));
-  EXPECT_TRUE(edits().ip_replace);
-  EXPECT_TRUE(edits().ips.empty());
-  out_.Take();
-
-  EXPECT_FALSE(Parse({"-userApi", "TEST_ECHO NOPE"}));
-  EXPECT_EQ(out_.Take(), "The API 'TEST_ECHO NOPE' are not valid\n");
-  EXPECT_FALSE(Parse({"-userLimit", "sessions"}));
-  EXPECT_EQ(out_.Take(), "The limit 'sessions' is not valid\n");
-}
-
-TEST_F(UserOptions, PropertyMarks) {
-  ASSERT_TRUE(Parse({"-userPropAdd", "!colour=blue=green", "-userPropSet", "@mode=", "-userPropSet",
-                     "", "-userPropDel", "old", "-userPropAdd", "@!k=v"}));
-  const auto& p = edits().props;
-  ASSERT_EQ(p.size(), 4u) << "an empty text is ignored";
-  EXPECT_EQ(p[0].action, "add");
-  EXPECT_EQ(p[0].key, "colour");
-  EXPECT_EQ(p[0].val, "blue=green");
-  EXPECT_TRUE(p[0].readonly);
-  EXPECT_FALSE(p[0].session);
-  EXPECT_TRUE(p[1].session);
-  EXPECT_EQ(p[1].val, "");
-  EXPECT_EQ(p[2].action, "del");
-  EXPECT_TRUE(p[3].readonly && p[3].session);
-  out_.Take();
-  EXPECT_FALSE(Parse({"-userPropSet", "!=x"}));
-  EXPECT_EQ(out_.Take(), "Invalid property: !=x\n");
-  EXPECT_FALSE(Parse({"-userPropAdd", "novalue"}));
-  EXPECT_EQ(out_.Take(), "Invalid property: novalue\n");
-}
-
-TEST_F(UserOptions, EngineDefinitions) {
-  AddCreatedDid(CreatedDid{"QZ-EJ", 0x400, 0x10, 10042});
-  ASSERT_TRUE(Parse({"-engAdd", "QZ-EJ", "-engType", "HIDDEN", "-engSupport", "TRANSLATE",
-                     "-engSupport", "0x2", "-engMaxTech", "5", "-engDicAdd", "TECH LAST",
-                     "-engDel", "QZ-JE", "-engSet", "QZ-TM", "-engSupport", "all", "-engTo",
-                     "unlimited", "-engDicDel", "1 2"}));
+  std::string props;  // an empty text is ignored
+  for (const PropertyEdit& p : edits().props) {
+    props += p.action + " " + p.key + "=" + p.val + (p.readonly ? " ro" : "") + (p.session ? " session" : "") + ";";
+  }
+  EXPECT_EQ(props, "add colour=blue=green ro;set mode= session;del old=;add k=v ro session;");
   const auto& e = edits().engines;
   ASSERT_EQ(e.size(), 3u);
-  EXPECT_EQ(e[0].action, "add");
+  EXPECT_EQ(e[0].action + " " + e[1].action + " " + e[2].action, "add del set");
   EXPECT_EQ(*e[0].type, 0x10);
   EXPECT_EQ(*e[0].support, 0x3) << "repeated support flags add up";
-  EXPECT_EQ(*e[0].max_tech, 5);
   EXPECT_EQ(*e[0].dic_add, "TECH 10042");
-  EXPECT_EQ(e[1].action, "del");
   EXPECT_FALSE(e[1].support);
   EXPECT_EQ(*e[2].support, 0x1ff7ffff);
-  EXPECT_EQ(*e[2].to, "unlimited");
 
+  for (auto [api, mask] : {std::pair{"all", 0x7fffffff}, {"0x30", 0x30}}) {
+    ASSERT_TRUE(Parse({"-userApi", api}));
+    EXPECT_EQ(*edits().api, mask);
+  }
+  ASSERT_TRUE(Parse({"-userIp", "ANY"}));
+  EXPECT_TRUE(edits().ip_replace && edits().ips.empty());
+  out_.Take();
   // The definition opened last takes the engine options; a deletion takes none.
   const char* kNeedsEngine = "This option requires an -engAdd or -engSet argument first.\n";
-  out_.Take();
-  EXPECT_FALSE(Parse({"-engMaxTech", "5"}));
-  EXPECT_EQ(out_.Take(), kNeedsEngine);
-  EXPECT_FALSE(Parse({"-engAdd", "A", "-engDel", "X", "-engMaxTech", "5"}));
-  EXPECT_EQ(out_.Take(), kNeedsEngine);
-  EXPECT_FALSE(Parse({"-engSet", "A", "-engSupport", "TRANSLATE,BOGUS"}));
-  EXPECT_EQ(out_.Take(), "The flags 'TRANSLATE,BOGUS' are not valid\n");
+  const std::pair<ArgVector, std::string> refused[] = {
+      {{"-userApi", "TEST_ECHO NOPE"}, "The API 'TEST_ECHO NOPE' are not valid\n"},
+      {{"-userPropAdd", "novalue"}, "Invalid property: novalue\n"},
+      {{"-engAdd", "A", "-engDel", "X", "-engMaxTech", "5"}, kNeedsEngine},
+      {{"-engSet", "A", "-engSupport", "TRANSLATE,BOGUS"}, "The flags 'TRANSLATE,BOGUS' are not valid\n"},
+  };
+  for (const auto& [args, message] : refused) {
+    EXPECT_FALSE(Parse(args)) << args[0];
+    EXPECT_EQ(out_.Take(), message);
+  }
 }
 
 TEST_F(UserOptions, UpdateForEachTargetUser) {
-  ASSERT_TRUE(Parse({"-userPass", "secret", "-userLimit", "none", "-userIp", "all", "-engSet",
-                     "QZ-EJ", "-engFrom", "2024-01-01", "-userPropDel", "k"}));
-  struct soap* soap = soap_new();
-  nv__UserUpdate* u = BuildUserUpdate(soap, edits(), "bob");
-  EXPECT_EQ(*u->userid, "bob");
+  ASSERT_TRUE(Parse({"-userPass", "secret", "-userIp", "all", "-userPropDel", "k"}));
+  nv__UserUpdate* u = BuildUserUpdate(soap_, edits(), "bob");
   EXPECT_EQ(*u->password, PasswordHash("bob", "secret")) << "hashed with the target user id";
-  EXPECT_EQ(*BuildUserUpdate(soap, edits(), "ann")->password, PasswordHash("ann", "secret"));
+  EXPECT_EQ(*BuildUserUpdate(soap_, edits(), "ann")->password, PasswordHash("ann", "secret"));
   ASSERT_TRUE(u->iprestrict);
   EXPECT_TRUE(u->iprestrict->item.empty()) << "-userIp all sends an empty list";
-  EXPECT_EQ(u->limits->item.size(), 8u);
-  EXPECT_EQ(*u->engines->item[0].validity->from, "2024-01-01");
-  EXPECT_FALSE(u->engines->item[0].validity->to);
   EXPECT_FALSE(u->properties->item[0].val);
-  EXPECT_FALSE(u->apiAllowed);
-  EXPECT_FALSE(u->features);
-  soap_destroy(soap);
-  soap_end(soap);
-  soap_free(soap);
-
   EXPECT_EQ(ApplyIpEdits({"a", "b", "c"}, {{false, "b"}, {true, "d"}, {true, "a"}, {false, "x"}}),
             (std::vector<std::string>{"a", "c", "d"}));
 }
@@ -170,82 +119,7 @@ TEST_F(UserOptions, ResolverExpandsPatternsAndDropsSelf) {
   EXPECT_EQ(out_.Take(), "Invalid arguments.\n");
 }
 
-TEST_F(UserOptions, PrinterShowsWhatAReplyHas) {
-  struct soap* soap = soap_new();
-  auto text = [&](const char* v) {
-    std::string* p = soap_new_std__string(soap);
-    *p = v;
-    return p;
-  };
-  nv__User u{};
-  u.userid = text("bob");
-  LONG64 none = 0, all = 0xffffffffLL, some = 0x21, unlimited = -1, two = 2;
-  u.apiAllowed = &none;
-  u.limits = soap_new_nv__LimitArray(soap);
-  nv__Limit l{};
-  l.type = text("sessions");
-  l.maximum = &unlimited;
-  l.current = &two;
-  u.limits->item.push_back(l);
-  u.limits->item.push_back(nv__Limit{});  // a hostile reply: nothing in it
-  u.sessions = soap_new_nv__SessionArray(soap);
-  nv__Session s{};
-  s.type = text("full");
-  u.sessions->item.push_back(s);
-  bool ro = true;
-  u.properties = soap_new_nv__PropertyArray(soap);
-  nv__Property p{};
-  p.key = text("k");
-  p.val = text("v");
-  p.readonly = &ro;
-  u.properties->item.push_back(p);
-  PrintUser(thread_, "USER DETAILS", u, 0);
-  EXPECT_EQ(out_.Take(),
-            "USER DETAILS\n"
-            "User ID:      bob\n"
-            "API Allowed:  0  (NO FUNCTIONS)\n"
-            "Limits:\n"
-            " - sessions              Max: UNLIMITED, Curr: 2\n"
-            " -                       Max: 0, Curr: 0\n"
-            "Properties:\n"
-            "   k (RO) = v\n"
-            "Sessions:\n"
-            "   TYPE   CREATED               LAST USED             IP ADDRESS\n"
-            "   full                                               \n");
-  u = nv__User{};
-  u.apiAllowed = &all;
-  PrintUser(thread_, nullptr, u, 0);
-  EXPECT_EQ(out_.Take(), "API Allowed:  0xffffffff  (ALL FUNCTIONS)\n");
-  u.apiAllowed = &some;
-  PrintUser(thread_, nullptr, u, 0);
-  EXPECT_EQ(out_.Take(), "API Allowed:  0x21\n    TEST_ECHO       TRANSLATE_TEXT\n");
-  std::string features = "ECHO SOAP";
-  u.features = &features;
-  PrintUser(thread_, nullptr, u, 0);
-  EXPECT_EQ(out_.Take(), "Features:\n    ECHO  SOAP\n") << "features take the mask's place";
-  soap_destroy(soap);
-  soap_end(soap);
-  soap_free(soap);
-}
-
-TEST(ScriptLines, BreakBefore96Columns) {
-  ScriptLine line("ucreate jenny");
-  line.Add(" -userPass jenny");
-  line.Add(" " + std::string(66, 'x'));  // ends exactly at column 96
-  line.Add(" -userApi 0x7fffffff");
-  line.Add(" -userName Jenny");
-  std::string text = line.Finish();
-  std::string first = "ucreate jenny -userPass jenny " + std::string(66, 'x');
-  ASSERT_EQ(first.size(), 96u);
-  EXPECT_EQ(text, first + " \\\n     -userApi 0x7fffffff -userName Jenny\n");
-
-  ScriptLine padded("uupdate x");
-  padded.Add(" " + std::string(80, 'y'));
-  padded.Add(" -engAdd QZ-EJ");
-  std::string second = padded.Finish();
-  EXPECT_EQ(second.find('\n'), 96u + 2) << "padded to 96 columns before the continuation";
-  EXPECT_EQ(second.substr(84, 15), std::string(6, 'y') + std::string(6, ' ') + " \\\n");
-
+TEST(ScriptLines, ValuesReadBackOrAreRefused) {
   EXPECT_EQ(ScriptWord("plain"), "plain");
   EXPECT_EQ(ScriptWord(""), "\"\"");
   EXPECT_EQ(ScriptWord("two words"), "\"two words\"");
@@ -254,9 +128,6 @@ TEST(ScriptLines, BreakBefore96Columns) {
   EXPECT_EQ(ScriptWord("c:\\dir\\"), "\"c:\\dir\\\\\"");
   EXPECT_EQ(ExportExtension("native"), ".native");
   EXPECT_EQ(ExportExtension("TM Text"), ".tm_text");
-}
-
-TEST(ScriptLines, ValuesReadBackOrAreRefused) {
   EXPECT_EQ(ScriptValueProblem("say \"hi\" ; shell x \\", ScriptValue::kText), nullptr);
   EXPECT_STREQ(ScriptValueProblem("a\nshell touch x", ScriptValue::kText), "a line break");
   EXPECT_STREQ(ScriptValueProblem("a\rb", ScriptValue::kText), "a line break");
@@ -273,56 +144,15 @@ TEST(ScriptLines, ValuesReadBackOrAreRefused) {
   EXPECT_EQ(ScriptValueProblem("-x", ScriptValue::kText), nullptr);
 
   ScriptLine line("ucreate");
-  line.Value("q\"u", ScriptValue::kUserId).Option("-userName", "-?").Option("-userZone", "a b");
-  EXPECT_EQ(line.Finish(), "ucreate \"q\\\"u\" -userName=-? -userZone \"a b\"\n")
-      << "-? alone would be taken as a request for help";
-  EXPECT_FALSE(line.refused());
-  ASSERT_EQ(line.args().size(), 4u);
-  EXPECT_EQ(line.args()[1].text, "-userName=-?");
-  line.Option("-userName", "a\nb");
+  line.Value("q\"u", ScriptValue::kUserId).Option("-userName", "-?").Option("-userName", "a\nb");
   ASSERT_TRUE(line.refused());
   EXPECT_EQ(line.refused()->first, "a\nb");
-
+  // Server-named values become file names: nothing may lead out of the folder.
   EXPECT_EQ(DumpFilePrefix("group/ann"), "group_ann");
   EXPECT_EQ(DumpFilePrefix("../x"), ".._x");
   EXPECT_EQ(DumpFilePrefix("-a\\b:c*d?\n"), "_-a_b_c_d__");
+  EXPECT_EQ(DumpFilePrefix("a@b=c,d~e+f"), "a@b=c,d~e+f");
   EXPECT_EQ(PrintableValue("a\n{{x}}"), "a\\x0a\\x7b\\x7bx\\x7d\\x7d");
-}
-
-TEST(ScriptLines, SharesGoToTheSharesFile) {
-  DumpUser user;
-  DumpEngine e;
-  e.eid = "QZ-EJ";
-  e.dics = {{10005, std::string("ann")}, {101, std::nullopt}, {10007, std::string("bob")}};
-  user.engines.push_back(e);
-  DumpDictionary own;
-  own.did = 10005;
-  own.eid = "QZ-EJ";
-  own.format = "native";
-  own.type_name = "USER_SHARED";
-  own.shares = {"bob"};
-  UserScript script = WriteUserScript(user, {own}, "ann", "ann", "ann");
-  ASSERT_FALSE(script.refused);
-  EXPECT_EQ(script.main.find("dupdate"), std::string::npos) << script.main;
-  EXPECT_NE(script.main.find("-engDicAdd \"101 \"\n"), std::string::npos) << script.main;
-  EXPECT_NE(script.main.find("setvar DID_10005 {{LAST}}\n"), std::string::npos) << script.main;
-  EXPECT_NE(script.main.find("-engDicDel \"101 \" -engDicAdd \"{{DID_10005:10005}} 101 \"\n"),
-            std::string::npos)
-      << script.main;
-  // A long DID list breaks between DIDs, and the blanks stay inside the quotes.
-  std::string relink =
-      "uupdate ann -engSet QZ-EJ -engDicDel \"{{DID_10005:10005}} 101 \" -engDicAdd \"{{DID_10005:10005}} ";
-  EXPECT_EQ(script.shares,
-            "setopt utf8 true\n"
-            "dupdate {{DID_10005:10005}} -runas=ann -add bob\n"
-            "dupdate {{DID_10007:10007}} -runas=bob -add ann\n" +
-                relink + std::string(96 - relink.size(), ' ') + " \\\n" +
-                "    101 {{DID_10007:10007}} \"\n");
-
-  user.username = "u\nshell touch INJECTED\n#";
-  script = WriteUserScript(user, {own}, "ann", "ann", "ann");
-  ASSERT_TRUE(script.refused);
-  EXPECT_EQ(script.refused->first, *user.username);
 }
 
 }  // namespace

@@ -1,12 +1,16 @@
-// Reading scripts: long lines, encodings, continuation at the end of a file.
+// Reading scripts (long lines, encodings, continuation at the end of a file)
+// and interpreter threads (registry states, joins, stops).
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
+#include <thread>
 
 #include "capture.h"
+#include "shell/builtins.h"
 #include "shell/dispatch.h"
-#include "shell/platform.h"
 #include "shell/script.h"
+#include "shell/threads.h"
 #include "shell/variables.h"
 
 namespace lexctl {
@@ -17,8 +21,14 @@ class Script : public ::testing::Test {
   void SetUp() override {
     RegisterClient(ClientBinding{});
     BuildCommandTable();
+    SetThreadsEnabled(true);
+    SetMainThread(&main_);
   }
-  void TearDown() override { FreeCommandTable(); }
+  void TearDown() override {
+    JoinAllThreads();
+    SetMainThread(nullptr);
+    FreeCommandTable();
+  }
 
   // Runs a script file on a fresh thread and returns what it printed.
   std::string RunScript(const std::string& content) {
@@ -31,16 +41,28 @@ class Script : public ::testing::Test {
     return capture.Take();
   }
 
+  std::string Threads(ArgVector args) {
+    CmdThreads(main_, args);
+    return capture_.Take();
+  }
+  // Waits (bounded) until the listing shows what is expected.
+  bool WaitForListing(const std::string& expected) {
+    for (int i = 0; i < 3000; ++i) {
+      if (Threads({"list"}) == expected) return true;
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+  }
+
   testing::TempDir dir_;
+  ExecThread main_{"_main_", true};
+  testing::Capture capture_{main_};
 };
 
-TEST_F(Script, MegabyteLinesAndValuesGrowTheBuffer) {
+TEST_F(Script, LongLinesEncodingsAndLineEnds) {
   std::string word(1 << 20, 'w');
-  std::string out = RunScript("@echo " + word + "\n@setvar big " + word + "\n@echo {{big}}{{big}}\n");
-  EXPECT_EQ(out, word + " \n" + word + word + " \n");
-}
-
-TEST_F(Script, Utf8SignatureAndNativeEncoding) {
+  EXPECT_EQ(RunScript("@echo " + word + "\n@setvar big " + word + "\n@echo {{big}}{{big}}\n"),
+            word + " \n" + word + word + " \n");
   // With a signature the file is UTF-8 whatever the locale says.
   EXPECT_EQ(RunScript("\xEF\xBB\xBF@echo caf\xC3\xA9\n"), "caf\xC3\xA9 \n");
   // Without one, bytes that the native encoding cannot read end the file.
@@ -49,41 +71,46 @@ TEST_F(Script, Utf8SignatureAndNativeEncoding) {
   EXPECT_EQ(out.find("never"), std::string::npos);
   // "setopt utf8" applies to the file being read from that point on.
   EXPECT_EQ(RunScript("@setopt utf8 true\n@echo caf\xE9\n"), "caf\xE9 \n");
-}
-
-TEST_F(Script, ContinuationAtEndOfFileAndCarriageReturns) {
   EXPECT_EQ(RunScript("@echo a \\\r\nb\r\n@echo c\\"), "a b \nc \n");
-}
-
-TEST_F(Script, EmptyAndBlankFiles) {
-  EXPECT_EQ(RunScript(""), "");
   EXPECT_EQ(RunScript("\n\n   \n\t\n"), "");
 }
 
-TEST_F(Script, MissingFileIsReportedAndNothingChanges) {
-  ExecThread thread("_main_", true);
-  ::testing::internal::CaptureStderr();
-  EXPECT_FALSE(PushInputFile(thread, "no/such/file.lex"));
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "Error opening file 'no/such/file.lex'\n");
-  EXPECT_TRUE(thread.input.IsConsole());
-  EXPECT_TRUE(thread.input_stack.empty());
+TEST_F(Script, ThreadsShareVariablesAndStayListedUntilJoined) {
+  dir_.Write("self.lex", "tee self.out\nsetopt console\nthreads join self\nthreads joinall\n");
+  EXPECT_EQ(Threads({"start", "self", "self.lex"}), "");
+  EXPECT_TRUE(WaitForListing("  1  self         done\n"));
+  // A new thread is in console mode none: its tee gets output but no echo.
+  EXPECT_EQ(testing::ReadFile("self.out"),
+            "setopt console      none\nCannot wait on self.\nCannot wait on self.\n");
+  EXPECT_EQ(Threads({"join", "self"}), "");
+
+  dir_.Write("count.lex",
+             "proc begin bump\nsetvar shared_{{TNAME}}_{{UNIQ}} x\nproc end\nloop bump count 200\n");
+  // Thread ids go on counting, so "3" is the name the third thread would get.
+  for (const char* name : {"3", "", ""}) EXPECT_EQ(Threads({"start", name, "count.lex"}), "");
+  EXPECT_TRUE(WaitForListing("  2  3            done\n  3  3-1          done\n  4  4            done\n"));
+  EXPECT_EQ(Threads({"join", "3-1"}), "");
+  EXPECT_EQ(Threads({"joinall"}), "");
+  EXPECT_EQ(Threads({"list"}), "No current threads.\n");
+  int count = 0;
+  for (const auto& [name, value] : SnapshotVariables()) count += name.rfind("shared_", 0) == 0;
+  EXPECT_EQ(count, 600);
 }
 
-TEST_F(Script, SettingsFileGivesTheConsoleModeBackWhenItEnds) {
-  dir_.Write("nested.lex", "@setopt console output\n");
-  std::string path = dir_.Write("saved.cfg", "@setopt console none\n@read nested.lex\n@echo shown\n");
-  ExecThread thread("_main_", true);
-  testing::Capture capture(thread);
-  thread.console_mode = kConsolePrompt;
-  ASSERT_TRUE(ReadSettingsFile(thread, path.c_str()));
-  thread.input_stack.clear();
-  std::string after = dir_.Write("after.lex", "@setopt console\n");
-  // The settings file runs over the script that follows it, as at start-up.
-  thread.input_stack.push_back(InputSource{OpenFile(after.c_str(), "rb"), after});
-  RunCommandLoop(thread);
-  // The nested file's own change lasts until the settings file ends.
-  EXPECT_EQ(capture.Take(), "shown \nsetopt console      prompt\n");
-  EXPECT_EQ(thread.console_mode, kConsolePrompt);
+TEST_F(Script, ExitNowStopsEveryThreadAndTheMainThread) {
+  dir_.Write("forever.lex", "proc begin spin\nsleep 1\nproc end\nloop spin for 8:00:00\n");
+  dir_.Write("quit.lex", "exit now\n");
+  EXPECT_EQ(Threads({"start", "spinner", "forever.lex"}), "");
+  EXPECT_EQ(Threads({"start", "quitter", "quit.lex"}), "");
+  JoinAllThreads();  // returns only because the spinner was told to stop
+  EXPECT_TRUE(main_.stop);
+  EXPECT_EQ(Threads({"list"}), "No current threads.\n");
+}
+
+TEST_F(Script, DisabledThreads) {
+  SetThreadsEnabled(false);
+  EXPECT_EQ(Threads({"start", "x", "job.lex"}), "Threads are disabled.\n");
+  EXPECT_EQ(Threads({}), "Threads are disabled.\n");
 }
 
 }  // namespace
