@@ -25,13 +25,11 @@ rewritten with what the run printed; review the case's diff before committing.
 import glob
 import os
 import re
-import select
-import shutil
 import subprocess
 import sys
 import tempfile
 
-from harness import endpoint_path, stop_process
+from harness import Lexsim
 
 NORMALISE = [
     (re.compile(r"Elapsed time \d+\.\d{3} seconds\."), "Elapsed time <SECS> seconds."),
@@ -71,24 +69,6 @@ def normalise(text, cwd, server=None):
     for pattern, repl in NORMALISE:
         text = pattern.sub(repl, text)
     return text
-
-
-class Lexsim:
-    """A lexsim on a free loopback port, for one case."""
-
-    def __init__(self, binary, extra, cwd):
-        self.proc = subprocess.Popen([binary, "--host", "127.0.0.1", "--port", "0"] + extra, cwd=cwd,
-                                     stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        ready, _, _ = select.select([self.proc.stdout], [], [], 30)
-        line = self.proc.stdout.readline().strip() if ready else ""
-        if not line.startswith("http"):
-            self.stop()
-            raise RuntimeError(f"lexsim did not start: {line!r}")
-        self.server = line
-        self.url = line + endpoint_path(self.proc.stdout.readline())
-
-    def stop(self):
-        stop_process(self.proc)
 
 
 def main():
