@@ -16,6 +16,8 @@ A case file is a script followed by sections that start with a line
   #### absent GLOB     no file may match GLOB after the run
   #### lexsim          run against a fresh lexsim (its extra arguments, one per line);
                       the script finds its URL in {{server}}
+  #### lexsim admin    the same, the script starting with lexsim as its server
+                      and admin logged in
   #### stdout LAYER   expected standard output for one comms layer only
 Without an args section the script is run with --script. Volatile values
 (times, durations, the working folder) are normalised in the actual output.
@@ -102,10 +104,13 @@ def main():
             args = [a.replace("{script}", "case.lex") for a in sections["args"].splitlines()]
         else:
             args = ["--script", "case.lex"]
-        if "lexsim" in sections:
-            extra = [a.replace("{cwd}", cwd) for a in sections["lexsim"].splitlines() if a.strip()]
+        lexsim = next((name for name in sections if name.split(" ")[0] == "lexsim"), None)
+        if lexsim:
+            extra = [a.replace("{cwd}", cwd) for a in sections[lexsim].splitlines() if a.strip()]
             sim = Lexsim(lexsim_binary, extra, cwd)
             prelude = [f"@setvar server {sim.server}"]
+            if lexsim == "lexsim admin":
+                prelude += [f"@setopt server {sim.server}", "@setopt userid admin", "@setopt passwd admin"]
             if layer:
                 prelude.append(f"@setopt commslayer {layer}")
             args = prelude + args
