@@ -30,8 +30,8 @@ def run(cmd, cwd):
 
 
 def case_words(case_dir):
-    """Command words each case runs: the first word of its script lines, of
-    its files' lines and of its command-line commands."""
+    """Command words each case runs: the first word of its script and session
+    lines, of its files' lines and of its command-line commands."""
     words = {}
     for path in glob.glob(os.path.join(case_dir, "**", "*.case"), recursive=True):
         section = "script"
@@ -40,7 +40,9 @@ def case_words(case_dir):
                 if line.startswith("#### "):
                     section = line[5:].split(" ")[0].strip()
                     continue
-                if section not in ("script", "file", "args"):
+                if section == "session" and line.startswith("> "):
+                    line = line[2:]
+                elif section not in ("script", "file", "args"):
                     continue
                 text = line.strip().lstrip(PREFIXES).strip()
                 if section == "args" and text.startswith("--"):

@@ -18,7 +18,9 @@ A case file is a script followed by sections that start with a line
                       the script finds its URL in {{server}}
   #### lexsim admin    the same, the script starting with lexsim as its server
                       and admin logged in
-  #### stdout LAYER   expected standard output for one comms layer only
+  #### stdout LAYER    expected standard output for one comms layer only
+  #### session         expected standard output whose "> COMMAND" echo lines
+                      are also the script's last lines (after the script section)
 Without an args section the script is run with --script. Volatile values
 (times, durations, the working folder) are normalised in the actual output.
 With LEXCTL_E2E_ACCEPT=1 in the environment a failing output section is
@@ -87,6 +89,10 @@ def main():
     failures = []
     if layer and f"stdout {layer}" in sections:
         sections["stdout"] = sections[f"stdout {layer}"]
+    if "session" in sections:
+        sections["stdout"] = sections["session"]
+        sections["script"] += "".join(line[2:].rstrip() + "\n" for line in sections["session"].splitlines()
+                                      if line.startswith("> "))
     with tempfile.TemporaryDirectory(prefix="lexctl3-e2e-") as cwd:
         script = os.path.join(cwd, "case.lex")
         with open(script, "w", encoding="utf-8", newline="") as f:
@@ -170,6 +176,8 @@ def accept(case, accepted, layer):
     for name, actual in accepted.items():
         if name == "stdout" and layer and f"stdout {layer}" in sections:
             name = f"stdout {layer}"
+        elif name == "stdout" and "session" in sections:
+            name = "session"
         if name not in sections:
             order.append(name)
         sections[name] = actual
