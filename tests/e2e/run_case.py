@@ -19,8 +19,8 @@ A case file is a script followed by sections that start with a line
   #### lexsim admin    the same, the script starting with lexsim as its server
                       and admin logged in
   #### stdout LAYER    expected standard output for one comms layer only
-  #### session         expected standard output whose "> COMMAND" echo lines
-                      are also the script's last lines (after the script section)
+  #### session         expected standard output (after that of a stdout section)
+                      whose "> COMMAND" echo lines are also the script's last lines
 Without an args section the script is run with --script. Volatile values
 (times, durations, the working folder) are normalised in the actual output.
 With LEXCTL_E2E_ACCEPT=1 in the environment a failing output section is
@@ -90,7 +90,7 @@ def main():
     if layer and f"stdout {layer}" in sections:
         sections["stdout"] = sections[f"stdout {layer}"]
     if "session" in sections:
-        sections["stdout"] = sections["session"]
+        sections["stdout"] = sections.get("stdout", "") + sections["session"]
         sections["script"] += "".join(line[2:].rstrip() + "\n" for line in sections["session"].splitlines()
                                       if line.startswith("> "))
     with tempfile.TemporaryDirectory(prefix="lexctl3-e2e-") as cwd:
@@ -177,7 +177,7 @@ def accept(case, accepted, layer):
         if name == "stdout" and layer and f"stdout {layer}" in sections:
             name = f"stdout {layer}"
         elif name == "stdout" and "session" in sections:
-            name = "session"
+            name, actual = "session", actual[len(sections.get("stdout", "")):]
         if name not in sections:
             order.append(name)
         sections[name] = actual
