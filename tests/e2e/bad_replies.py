@@ -1,22 +1,154 @@
 #!/usr/bin/env python3
-"""Bad replies end one command with a single "FAILED: ..." line, leave the
-settings as they were, and the next command works; on both comms layers.
-Replies in shapes lexsim never sends are read as they are meant: the
-service's fault written by other SOAP stacks, and a document with a flood of
-attachments of one name."""
+"""Bad replies from a misbehaving loopback server end one command with a
+single "FAILED: ..." line, leave the settings as they were, and the next
+command works; on both comms layers. The server's modes:
+  notxml     200 with a body that is not XML
+  truncated  200 whose body stops halfway through the envelope
+  garbage    200 whose body never ends (bytes until the client gives up)
+  drip       a valid reply, one byte a second
+  silent     accepts, reads the request, never answers
+  reset      starts a reply, then resets the connection
+  http500    500 with an HTML body
+Replies in shapes lexsim never sends are read as they are meant:
+  fault-STYLE  the service's fault (NOT_FOUND, "no such dictionary", a session
+             token) as another SOAP stack writes it: STYLE is SOAP-ENV (gSOAP's
+             prefixes), soap (.NET), S (JAX-WS), default (a default namespace
+             and no prefixes at all) or soap12 (SOAP 1.2 with the prefix env);
+             the detail's error list echoes the licence the request carried;
+             its token signs the next request
+  attachments  a TranslateResponse whose document lists 100,000 attachments,
+             all but five of the same name (about 7 MB): they are one file with
+             the last one's bytes; of the five, three have names that try to
+             leave the output folder and one is empty
+"""
 import hashlib
 import hmac
 import os
-import subprocess
+import re
+import socket
+import struct
 import sys
 import tempfile
 import time
 
-sys.path.insert(0, os.path.dirname(__file__))
-from harness import report  # noqa: E402
-from run_case import Lexsim  # noqa: E402
+from harness import LAYERS, LOGIN, Checks, Lexsim, read_message, run, serve_on_loopback
 
-HERE = os.path.dirname(os.path.abspath(__file__))
+ENVELOPE = (b'<?xml version="1.0" encoding="UTF-8"?>\n<SOAP-ENV:Envelope '
+            b'xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" '
+            b'xmlns:nv="http://schemas.lexary.net/nvsoap/2/schema"><SOAP-ENV:Body>'
+            b'<nv:TestEchoResponse><str>echoed text</str></nv:TestEchoResponse>'
+            b'</SOAP-ENV:Body></SOAP-ENV:Envelope>')
+SOAP_ENV = "http://schemas.xmlsoap.org/soap/envelope/"
+NV = "http://schemas.lexary.net/nvsoap/2/schema"
+FAULT_TOKEN = "0123456789abcdef"
+
+
+def fault_body(style, licence):
+    """The same fault in the shape each style of SOAP stack gives it."""
+    detail = ("<err>NOT_FOUND</err><msg>no such dictionary</msg><error><item><key>licence</key>"
+              f"<err>{licence}</err></item></error><token>{FAULT_TOKEN}</token>")
+    if style == "default":
+        # No prefix on any element: the envelope's namespace is the default
+        # one, which the unqualified members of the fault undo (xmlns=""),
+        # as the detail's members undo the service's.
+        plain = (detail.replace("<err>", '<err xmlns="">').replace("<msg>", '<msg xmlns="">')
+                 .replace("<error>", '<error xmlns="">').replace("<token>", '<token xmlns="">'))
+        return (f'<?xml version="1.0" encoding="utf-8"?><Envelope xmlns="{SOAP_ENV}"><Body><Fault>'
+                f'<faultcode xmlns:e="{SOAP_ENV}" xmlns="">e:Client</faultcode>'
+                '<faultstring xmlns="">no such dictionary</faultstring>'
+                f'<detail xmlns=""><NvsoapException xmlns="{NV}">{plain}</NvsoapException></detail>'
+                "</Fault></Body></Envelope>")
+    if style == "soap12":
+        return ('<?xml version="1.0" encoding="UTF-8"?><env:Envelope xmlns:env="http://www.w3.org/2003/05/soap-envelope">'
+                "<env:Body><env:Fault><env:Code><env:Value>env:Sender</env:Value></env:Code>"
+                '<env:Reason><env:Text xml:lang="en">no such dictionary</env:Text></env:Reason>'
+                f'<env:Detail><nv:NvsoapException xmlns:nv="{NV}">{detail}</nv:NvsoapException></env:Detail>'
+                "</env:Fault></env:Body></env:Envelope>")
+    env, nv, extra = {"SOAP-ENV": ("SOAP-ENV", "nv", ""), "soap": ("soap", "n1", ' xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance"'),
+                      "S": ("S", "ns2", "")}[style]
+    return (f'<?xml version="1.0" encoding="UTF-8"?><{env}:Envelope xmlns:{env}="{SOAP_ENV}"{extra}>'
+            f"<{env}:Body><{env}:Fault><faultcode>{env}:Client</faultcode>"
+            "<faultstring>no such dictionary</faultstring>"
+            f'<detail><{nv}:NvsoapException xmlns:{nv}="{NV}">{detail}</{nv}:NvsoapException></detail>'
+            f"</{env}:Fault></{env}:Body></{env}:Envelope>")
+
+
+def attachments_body():
+    """A translated document with many attachments of one name; the last
+    one of that name holds "last"."""
+    items = [f"<item><data>eA==</data><name>{name}</name><type>text/plain</type></item>"
+             for name in ("../escape.txt", "/tmp/lexctl3-bad-absolute.txt", "..", "sub/inner.txt")]
+    items.append("<item><data></data><name>empty.txt</name><type>text/plain</type></item>")
+    # 100,000 items in all, the most gSOAP takes in one array.
+    items += ["<item><data>eA==</data><name>same.txt</name><type>text/plain</type></item>"] * (99999 - len(items))
+    items.append("<item><data>bGFzdA==</data><name>same.txt</name><type>text/plain</type></item>")
+    return (f'<?xml version="1.0" encoding="UTF-8"?><SOAP-ENV:Envelope xmlns:SOAP-ENV="{SOAP_ENV}" '
+            f'xmlns:nv="{NV}"><SOAP-ENV:Body><nv:TranslateResponse><error></error>'
+            "<encodingUsed>UTF-8</encodingUsed><outdata><data>ZG9j</data><type>text</type>"
+            f"<attachments>{''.join(items)}</attachments></outdata>"
+            "</nv:TranslateResponse></SOAP-ENV:Body></SOAP-ENV:Envelope>").encode()
+
+
+def read_request(conn):
+    """The request's body, or None when the connection ends before it."""
+    conn.settimeout(10)
+    message, _ = read_message(conn, b"")
+    return message and message[1]
+
+
+def serve(conn, mode):
+    try:
+        request = read_request(conn)
+        if request is None:
+            return
+        if mode.startswith("fault-"):
+            # One connection may carry several requests (keep-alive).
+            while request is not None:
+                found = re.search(rb"<licence>([^<]*)</licence>", request)
+                body = fault_body(mode[6:], found.group(1).decode() if found else "").encode()
+                conn.sendall(b"HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/xml; charset=utf-8\r\n"
+                             b"Content-Length: %d\r\n\r\n" % len(body) + body)
+                request = read_request(conn)
+        elif mode == "attachments":
+            body = attachments_body()
+            conn.settimeout(300)  # a sanitizer build reads it slowly
+            conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml; charset=utf-8\r\n"
+                         b"Content-Length: %d\r\nConnection: close\r\n\r\n" % len(body) + body)
+        elif mode == "notxml":
+            body = b"this is not XML at all\n"
+            conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n" % len(body) + body)
+        elif mode == "truncated":
+            body = ENVELOPE[: len(ENVELOPE) // 2]
+            conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nConnection: close\r\n\r\n" + body)
+        elif mode == "garbage":
+            # A well-formed start, then one string element that never ends.
+            conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nConnection: close\r\n\r\n"
+                         + ENVELOPE[: ENVELOPE.index(b"<str>") + 5])
+            block = b"garbage " * 8192
+            deadline = time.time() + 120
+            while time.time() < deadline:
+                conn.sendall(block)
+        elif mode == "drip":
+            reply = b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n" % len(ENVELOPE)
+            for byte in reply + ENVELOPE:
+                conn.sendall(bytes([byte]))
+                time.sleep(1)
+        elif mode == "silent":
+            time.sleep(300)
+        elif mode == "reset":
+            conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n" % len(ENVELOPE)
+                         + ENVELOPE[:40])
+            conn.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+        elif mode == "http500":
+            body = b"<html><body>broken</body></html>"
+            conn.sendall(b"HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/html\r\n"
+                         b"Content-Length: %d\r\n\r\n" % len(body) + body)
+    except OSError:
+        pass
+    finally:
+        conn.close()
+
+
 # mode: text the FAILED line must contain (per layer where they differ)
 NOT_SOAP = "The reply is not a complete SOAP message"
 MODES = {
@@ -31,17 +163,7 @@ MODES = {
 
 
 def start_bad(mode):
-    proc = subprocess.Popen([sys.executable, os.path.join(HERE, "bad_server.py"), mode],
-                            stdout=subprocess.PIPE, text=True)
-    port = int(proc.stdout.readline())
-    return proc, port
-
-
-def run_script(lexctl, cwd, lines):
-    with open(os.path.join(cwd, "canned.lex"), "w") as f:
-        f.write("\n".join(lines) + "\n")
-    return subprocess.run([lexctl, "--script", "canned.lex"], cwd=cwd, capture_output=True, text=True,
-                          timeout=300, env=dict(os.environ, HOME=cwd))
+    return serve_on_loopback(lambda conn: serve(conn, mode))
 
 
 def licence(token):
@@ -50,130 +172,79 @@ def licence(token):
     return "admin " + hmac.new(password_hash.encode(), token.encode(), hashlib.sha1).hexdigest() + " KEY"
 
 
-def fault_checks(lexctl, cwd, failures):
+def fault_checks(lexctl, cwd, check):
     """The same fault with the envelope's namespace under any prefix, or none,
     prints the service's detail, and its token signs the next request."""
-    from bad_server import FAULT_TOKEN
     for style in ("SOAP-ENV", "soap", "S", "default", "soap12"):
-        bad, port = start_bad("fault-" + style)
-        try:
-            for layer in ("gsoap", "windows"):
-                proc = run_script(lexctl, cwd, [
-                    f"setopt commslayer {layer}", "setopt timeout 10", "setopt userid admin", "setopt passwd admin",
-                    "setopt sesskey KEY", f"setopt server http://127.0.0.1:{port}", "@echo FIRST",
-                    "@test -string one", "@echo TOKEN", "@setopt sesstoken", "@echo SECOND", "@test -string two"])
-                want = ("FIRST \nString:       one\n\n"
-                        "SOAP EXCEPTION:\nErr: NOT_FOUND\nMsg: no such dictionary\n"
-                        f"Warnings:\n   licence = {licence('')}\n\n"
-                        "TOKEN \n"
-                        f"setopt sesstoken    {FAULT_TOKEN}\n"
-                        "SECOND \nString:       two\n\n"
-                        "SOAP EXCEPTION:\nErr: NOT_FOUND\nMsg: no such dictionary\n"
-                        f"Warnings:\n   licence = {licence(FAULT_TOKEN)}\n\n")
-                got = proc.stdout[proc.stdout.find("FIRST"):]
-                if got != want or proc.returncode != 0 or proc.stderr:
-                    failures.append(f"fault-{style} {layer}: printed\n{got}\nexpected\n{want}{proc.stderr[-500:]}")
-                print(f"fault-{style} {layer}: {'ok' if got == want else 'wrong'}")
-        finally:
-            bad.kill()
-            bad.wait()
+        port = start_bad("fault-" + style)
+        for layer in LAYERS:
+            proc = run(lexctl, cwd, [f"setopt commslayer {layer}", "setopt timeout 10", *LOGIN, "setopt sesskey KEY",
+                                     f"setopt server http://127.0.0.1:{port}", "@echo FIRST", "@test -string one",
+                                     "@echo TOKEN", "@setopt sesstoken", "@echo SECOND", "@test -string two"])
+            fault = "SOAP EXCEPTION:\nErr: NOT_FOUND\nMsg: no such dictionary\nWarnings:\n   licence = "
+            want = (f"FIRST \nString:       one\n\n{fault}{licence('')}\n\nTOKEN \n"
+                    f"setopt sesstoken    {FAULT_TOKEN}\nSECOND \nString:       two\n\n{fault}{licence(FAULT_TOKEN)}\n\n")
+            got = proc.stdout[proc.stdout.find("FIRST"):]
+            check(got == want and proc.returncode == 0 and not proc.stderr,
+                  f"fault-{style} {layer}: printed\n{got}\nexpected\n{want}{proc.stderr[-500:]}")
 
 
-def attachment_checks(lexctl, cwd, failures):
-    """99,995 attachments of one name are one file, written in moments, with
-    the last one's bytes; names that point elsewhere stay inside the folder."""
+def attachment_checks(lexctl, cwd, check):
+    """99,995 attachments of one name are one file with the last one's bytes;
+    names that point elsewhere stay inside the folder."""
     outside = "/tmp/lexctl3-bad-absolute.txt"
-    bad, port = start_bad("attachments")
-    try:
-        for layer in ("gsoap", "windows"):
-            folder = os.path.join(cwd, layer)
-            os.mkdir(folder)
-            if os.path.exists(outside):
-                os.unlink(outside)
-            started = time.monotonic()
-            proc = run_script(lexctl, cwd, [
-                f"setopt commslayer {layer}", "setopt timeout 60", "setopt userid admin", "setopt passwd admin",
-                f"setopt server http://127.0.0.1:{port}", "@echo CALL", f'@tran "" x -outdata {layer}/out.txt'])
-            seconds = time.monotonic() - started
-            want = ("CALL \n"
-                    f"Output File:  {layer}/out.txt\n"
-                    "Input Encoding Used: UTF-8\n"
-                    f"Output File (text): {layer}/out.txt (3 bytes)\n"
-                    f"Output Attachment (text/plain): {layer}/out.txt_files/escape.txt (1 bytes)\n"
-                    f"Output Attachment (text/plain): {layer}/out.txt_files/lexctl3-bad-absolute.txt (1 bytes)\n"
-                    "Invalid attachment name: ..\n"
-                    f"Output Attachment (text/plain): {layer}/out.txt_files/inner.txt (1 bytes)\n"
-                    f"Output Attachment (text/plain): {layer}/out.txt_files/empty.txt (0 bytes)\n"
-                    "Attachment name given 99995 times, the last one is saved: same.txt\n"
-                    f"Output Attachment (text/plain): {layer}/out.txt_files/same.txt (4 bytes)\n")
-            got = proc.stdout[proc.stdout.find("CALL"):]
-            where = f"attachments {layer}"
-            if got != want or proc.returncode != 0 or proc.stderr:
-                failures.append(f"{where}: printed\n{got[:3000]}\nexpected\n{want}{proc.stderr[-500:]}")
-            saved = os.path.join(folder, "out.txt_files")
-            files = sorted(os.listdir(saved)) if os.path.isdir(saved) else []
-            if files != ["empty.txt", "escape.txt", "inner.txt", "lexctl3-bad-absolute.txt", "same.txt"]:
-                failures.append(f"{where}: files {files}")
-            elif open(os.path.join(saved, "same.txt")).read() != "last":
-                failures.append(f"{where}: same.txt is not the last attachment of that name")
-            if os.path.exists(outside) or os.path.exists(os.path.join(folder, "escape.txt")):
-                failures.append(f"{where}: an attachment was written outside its folder")
-            # Parsing the 7 MB reply takes a second or two, a sanitizer build a few more.
-            if seconds > 30:
-                failures.append(f"{where}: took {seconds:.1f} seconds")
-            print(f"{where}: {seconds:.1f} s")
-    finally:
-        bad.kill()
-        bad.wait()
+    port = start_bad("attachments")
+    for layer in LAYERS:
+        folder = os.path.join(cwd, layer)
+        os.mkdir(folder)
+        if os.path.exists(outside):
+            os.unlink(outside)
+        proc = run(lexctl, cwd, [f"setopt commslayer {layer}", "setopt timeout 60", *LOGIN,
+                                 f"setopt server http://127.0.0.1:{port}", "@echo CALL",
+                                 f'@tran "" x -outdata {layer}/out.txt'], timeout=300)
+        saved = f"Output Attachment (text/plain): {layer}/out.txt_files/"
+        want = (f"CALL \nOutput File:  {layer}/out.txt\nInput Encoding Used: UTF-8\n"
+                f"Output File (text): {layer}/out.txt (3 bytes)\n{saved}escape.txt (1 bytes)\n"
+                f"{saved}lexctl3-bad-absolute.txt (1 bytes)\nInvalid attachment name: ..\n{saved}inner.txt (1 bytes)\n"
+                f"{saved}empty.txt (0 bytes)\nAttachment name given 99995 times, the last one is saved: same.txt\n"
+                f"{saved}same.txt (4 bytes)\n")
+        got = proc.stdout[proc.stdout.find("CALL"):]
+        check(got == want and proc.returncode == 0 and not proc.stderr,
+              f"attachments {layer}: printed\n{got[:3000]}\nexpected\n{want}{proc.stderr[-500:]}")
+        saved = os.path.join(folder, "out.txt_files")
+        files = sorted(os.listdir(saved)) if os.path.isdir(saved) else []
+        check(files == ["empty.txt", "escape.txt", "inner.txt", "lexctl3-bad-absolute.txt", "same.txt"] and
+              open(os.path.join(saved, "same.txt")).read() == "last", f"attachments {layer}: files {files}")
+        check(not os.path.exists(outside) and not os.path.exists(os.path.join(folder, "escape.txt")),
+              f"attachments {layer}: an attachment was written outside its folder")
 
 
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
-    failures = []
+    check = Checks("bad_replies")
     with tempfile.TemporaryDirectory(prefix="lexctl3-bad-") as cwd:
-        sim = Lexsim(lexsim, [], cwd)
-        try:
+        with Lexsim(lexsim, cwd=cwd) as sim:
             for mode, expected in MODES.items():
-                bad, port = start_bad(mode)
-                try:
-                    for layer in ("gsoap", "windows"):
-                        script = [f"setopt commslayer {layer}", "setopt timeout 3", "setopt userid admin",
-                                  "setopt passwd admin", f"setopt server http://127.0.0.1:{port}",
-                                  "@echo SETTINGS-BEFORE", "@setopt", "@echo CALL", "test -string bad",
-                                  "@echo SETTINGS-AFTER", "@setopt", "@echo NEXT",
-                                  f"setopt server {sim.server}", "test -string good"]
-                        with open(os.path.join(cwd, "bad.lex"), "w") as f:
-                            f.write("\n".join(script) + "\n")
-                        proc = subprocess.run([lexctl, "--script", "bad.lex"], cwd=cwd, capture_output=True,
-                                              text=True, timeout=180,
-                                              # a small reply limit keeps the endless reply short
-                                              env=dict(os.environ, HOME=cwd, LEXCTL3_MAX_REPLY_MB="8"))
-                        out = proc.stdout
-                        before = out.split("SETTINGS-BEFORE")[1].split("CALL")[0]
-                        call = out.split("CALL")[1].split("SETTINGS-AFTER")[0]
-                        after = out.split("SETTINGS-AFTER")[1].split("NEXT")[0]
-                        nxt = out.split("NEXT")[1]
-                        failed = [line for line in call.splitlines() if line.startswith("FAILED")]
-                        where = f"{mode} {layer}"
-                        if len(failed) != 1 or "EXCEPTION" in call or "OK." in call.splitlines():
-                            failures.append(f"{where}: expected one FAILED line:\n{call}")
-                        elif expected[layer] not in failed[0]:
-                            failures.append(f"{where}: {failed[0]!r} lacks {expected[layer]!r}")
-                        if before != after:
-                            failures.append(f"{where}: settings changed:\n{before}\n---\n{after}")
-                        if "OK." not in nxt:
-                            failures.append(f"{where}: the next command failed:\n{nxt}")
-                        if proc.returncode != 0 or proc.stderr:
-                            failures.append(f"{where}: status {proc.returncode}, stderr {proc.stderr[-500:]}")
-                        print(f"{where}: {failed[0] if failed else '(none)'}")
-                finally:
-                    bad.kill()
-                    bad.wait()
-        finally:
-            sim.stop()
-        fault_checks(lexctl, cwd, failures)
-        attachment_checks(lexctl, cwd, failures)
-    return report("bad_replies", failures, checks=len(MODES) * 2 + 5 * 2 + 2)
+                port = start_bad(mode)
+                for layer in LAYERS:
+                    proc = run(lexctl, cwd, [f"setopt commslayer {layer}", "setopt timeout 3", *LOGIN,
+                                             f"setopt server http://127.0.0.1:{port}", "@echo SETTINGS-BEFORE",
+                                             "@setopt", "@echo CALL", "test -string bad", "@echo SETTINGS-AFTER",
+                                             "@setopt", "@echo NEXT", f"setopt server {sim.server}", "test -string good"],
+                               # a small reply limit keeps the endless reply short
+                               timeout=180, env=dict(os.environ, HOME=cwd, LEXCTL3_MAX_REPLY_MB="8"))
+                    before, call, after, nxt = re.split(r"SETTINGS-BEFORE|CALL|SETTINGS-AFTER|NEXT", proc.stdout)[1:]
+                    failed = [line for line in call.splitlines() if line.startswith("FAILED")]
+                    where = f"{mode} {layer}"
+                    check(len(failed) == 1 and "EXCEPTION" not in call and "OK." not in call.splitlines() and
+                          expected[layer] in failed[0], f"{where}: expected one FAILED line with {expected[layer]!r}:"
+                          f"\n{call}")
+                    check(before == after, f"{where}: settings changed:\n{before}\n---\n{after}")
+                    check("OK." in nxt and proc.returncode == 0 and not proc.stderr,
+                          f"{where}: the next command failed ({proc.returncode}):\n{nxt}{proc.stderr[-500:]}")
+        fault_checks(lexctl, cwd, check)
+        attachment_checks(lexctl, cwd, check)
+    return check.report()
 
 
 if __name__ == "__main__":

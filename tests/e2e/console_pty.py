@@ -3,35 +3,24 @@
 readline editing, completion (commands, their options, file names, setopt
 options), history (its file private, and no line with a password in it),
 continuation, CTRL-C, and a start after "setopt -save" that still shows output."""
-import fcntl
 import os
-import pty
 import stat
 import select
 import subprocess
 import sys
 import tempfile
-import termios
+
+from harness import pty_spawn
 
 TIMEOUT = 20  # seconds to wait for any one expected text
 
 
-def _controlling_tty():
-    # A session of its own with the terminal as controlling tty, so that
-    # CTRL-C typed there becomes SIGINT for lexctl3.
-    os.setsid()
-    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
-
-
 class Session:
     def __init__(self, argv, home):
-        self.master, slave = pty.openpty()
         env = dict(os.environ, HOME=home, TERM="dumb", LC_ALL="C.UTF-8")
         for name in ("LEXCTL3_SERVER", "LEXCTL3_USERID", "LEXCTL3_PASSWD"):
             env.pop(name, None)
-        self.proc = subprocess.Popen(argv, stdin=slave, stdout=slave, stderr=slave, cwd=home,
-                                     env=env, close_fds=True, preexec_fn=_controlling_tty)
-        os.close(slave)
+        self.proc, self.master = pty_spawn(argv, home, env)
         self.seen = b""
 
     def expect(self, text):

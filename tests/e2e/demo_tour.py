@@ -8,44 +8,28 @@ import subprocess
 import sys
 import tempfile
 
-sys.path.insert(0, os.path.dirname(__file__))
-from harness import report  # noqa: E402
-from run_case import Lexsim  # noqa: E402
+from harness import Checks, Lexsim, read
 
-EXAMPLES = os.path.join(os.path.dirname(__file__), "..", "..", "examples")
+EXAMPLES = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "examples")
 
 
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
-    failures = []
-    with tempfile.TemporaryDirectory(prefix="lexctl3-demo-") as cwd:
+    check = Checks("demo_tour")
+    with tempfile.TemporaryDirectory(prefix="lexctl3-demo-") as cwd, Lexsim(lexsim, cwd=cwd) as sim:
         for name in glob.glob(os.path.join(EXAMPLES, "*")):
             shutil.copy(name, cwd)
-        sim = Lexsim(lexsim, [], cwd)
-        try:
-            proc = subprocess.run([lexctl, "--errexit", f"@setvar server {sim.server}", "--script", "demo.lex"],
-                                  cwd=cwd, capture_output=True, text=True, timeout=120,
-                                  env=dict(os.environ, HOME=cwd))
-        finally:
-            sim.stop()
-        out = proc.stdout
-        bad = [w for w in ("FAILED", "EXCEPTION", "Invalid", "Unable", "Errors occurred", "Unknown command") if w in out]
-        if proc.returncode != 0 or bad or proc.stderr:
-            failures.append(f"status {proc.returncode}, {bad}\n{out[-3000:]}\n{proc.stderr[-2000:]}")
-
-        def text(name):
-            path = os.path.join(cwd, name)
-            return open(path, encoding="utf-8-sig").read() if os.path.exists(path) else ""
-        if len(text("tour-notes.txn.txt").splitlines()) != 2:
-            failures.append("tfile: " + text("tour-notes.txn.txt"))
-        export = text("alice-travel.native")
-        if not all(w in export for w in ("ticket", "station", "train")):
-            failures.append("export: " + export)
-        if "ucreate alice" not in text("alice_udump.txt"):
-            failures.append("udump: " + text("alice_udump.txt"))
-        if "The worker left a message: hello" not in text("demo-output.txt"):
-            failures.append("tee: " + text("demo-output.txt")[-500:])
-    return report("demo_tour", failures, checks=5)
+        proc = subprocess.run([lexctl, "--errexit", f"@setvar server {sim.server}", "--script", "demo.lex"],
+                              cwd=cwd, capture_output=True, text=True, timeout=120, env=dict(os.environ, HOME=cwd))
+        bad = [w for w in ("FAILED", "EXCEPTION", "Invalid", "Unable", "Errors occurred", "Unknown command")
+               if w in proc.stdout]
+        check(proc.returncode == 0 and not bad and not proc.stderr,
+              f"status {proc.returncode}, {bad}\n{proc.stdout[-3000:]}\n{proc.stderr[-2000:]}")
+        check(len((read(cwd, "tour-notes.txn.txt") or "").splitlines()) == 2, "tfile wrote no two lines")
+        check(all(w in (read(cwd, "alice-travel.native") or "") for w in ("ticket", "station", "train")), "export")
+        check("ucreate alice" in (read(cwd, "alice_udump.txt") or ""), "udump")
+        check("The worker left a message: hello" in (read(cwd, "demo-output.txt") or ""), "tee")
+    return check.report()
 
 
 if __name__ == "__main__":

@@ -7,14 +7,11 @@ import http.server
 import os
 import re
 import socketserver
-import subprocess
 import sys
 import tempfile
 import threading
 
-sys.path.insert(0, os.path.dirname(__file__))
-from harness import report  # noqa: E402
-from run_case import Lexsim  # noqa: E402
+from harness import LOGIN, Checks, Lexsim, read, run, write
 
 LATIN1_PAGE = "<html><body><p>Caf\u00e9 hello world</p></body></html>".encode("latin-1")
 ASCII_PAGE = b"<html><body><p>hello world</p></body></html>"
@@ -62,25 +59,16 @@ def sections(out):
 
 def main():
     lexctl, lexsim, layer = sys.argv[1], sys.argv[2], sys.argv[3]
-    failures = []
-    checks = 0
-
-    def check(cond, what):
-        nonlocal checks
-        checks += 1
-        if not cond:
-            failures.append(f"{layer}: {what}")
-
+    check = Checks(f"downloads {layer}")
     httpd = socketserver.ThreadingTCPServer(("127.0.0.1", 0), Pages)
     threading.Thread(target=httpd.serve_forever, daemon=True).start()
     url = f"http://127.0.0.1:{httpd.server_address[1]}"
     with tempfile.TemporaryDirectory(prefix="lexctl3-dl-") as cwd:
         tmp = os.path.join(cwd, "tmp")
         os.mkdir(tmp)
-        sim = Lexsim(lexsim, [], cwd)
+        sim = Lexsim(lexsim, cwd=cwd)
         script = [
-            f"setopt server {sim.server}", f"setopt commslayer {layer}", "setopt userid admin",
-            "setopt passwd admin",
+            f"setopt server {sim.server}", f"setopt commslayer {layer}", *LOGIN,
             "@echo ==redirect", f"html -downfile got.html {url}/moved",
             "@echo ==temporary", f"html {url}/page.html",
             "@echo ==fromcode", f"html -fromCode UTF-8 -downfile ascii.html {url}/ascii.html",
@@ -98,17 +86,13 @@ def main():
             f"html -downfile kept.html {url}/page.html",
             "@echo ==end",
         ]
-        with open(os.path.join(cwd, "dl.lex"), "w") as f:
-            f.write("\n".join(script) + "\n")
-        with open(os.path.join(cwd, "fakewget"), "w") as f:
-            f.write('#!/bin/sh\nprintf "%s\\n" "$@" > args.txt\n'
-                    'for a; do case "$a" in --output-document=*) echo body > "${a#*=}";; esac; done\n')
+        write(cwd, "fakewget", '#!/bin/sh\nprintf "%s\\n" "$@" > args.txt\n'
+              'for a; do case "$a" in --output-document=*) echo body > "${a#*=}";; esac; done\n')
         os.chmod(os.path.join(cwd, "fakewget"), 0o755)
         env = dict(os.environ, HOME=cwd, TMPDIR=tmp)
         env.pop("http_proxy", None)
         try:
-            proc = subprocess.run([lexctl, "--script", "dl.lex"], cwd=cwd, capture_output=True,
-                                  text=True, timeout=120, env=env)
+            proc = run(lexctl, cwd, script, env=env)
         finally:
             sim.stop()
             httpd.shutdown()
@@ -123,8 +107,8 @@ def main():
         check("  Content:    text/html; charset=ISO-8859-1\n" in red and
               "  Encoding:   ISO-8859-1\n" in red and "Input Encoding Used: ISO-8859-1\n" in red,
               f"the charset of the last response after redirects is the encoding:\n{red}")
-        check(read(cwd, "got.html") == LATIN1_PAGE, "the downfile holds the page's body only")
-        translated = read(cwd, "got.out.html") or b""
+        check(read(cwd, "got.html", "rb") == LATIN1_PAGE, "the downfile holds the page's body only")
+        translated = read(cwd, "got.out.html", "rb") or b""
         check(f"Output File: got.out.html ({len(translated)} bytes)\n" in red and
               "Caf\u00e9".encode() in translated, f"the translation of the downfile:\n{red}")
         check(set(Pages.agents) == {AGENT}, f"user agents sent: {set(Pages.agents)}")
@@ -136,7 +120,7 @@ def main():
         fromcode = out.get("fromcode", "")
         check("  Encoding:   UTF-8\n" in fromcode and "Input Encoding Used: UTF-8\n" in fromcode,
               f"-fromCode wins over the downloaded charset:\n{fromcode}")
-        check("--output-document" in out.get("ifnotexist", "") and read(cwd, "cached.html") == ASCII_PAGE,
+        check("--output-document" in out.get("ifnotexist", "") and read(cwd, "cached.html", "rb") == ASCII_PAGE,
               "-downifnotexist downloads a missing -infile")
         exists = out.get("exists", "")
         check("wget" not in exists and "Output File: cached.out.html" in exists,
@@ -149,7 +133,7 @@ def main():
               f"dlang of a URL:\n{dlang}")
         recode = out.get("recode", "")
         made = re.search(r"Output File: (" + work + r"\.tmp\.out) \((\d+) bytes\)", recode)
-        check(made and read(tmp, made.group(1)) == TEXT.decode().encode("utf-16-le"),
+        check(made and read(tmp, made.group(1), "rb") == TEXT.decode().encode("utf-16-le"),
               f"recode of a URL:\n{recode}")
 
         noheaders = out.get("noheaders", "")
@@ -157,7 +141,7 @@ def main():
               and not os.path.exists(os.path.join(cwd, "kept.html")),
               f"a saved file without headers:\n{noheaders}")
         # wget gets the words of the printed line, none of them taken apart by a shell.
-        args = (read(cwd, "args.txt") or b"").decode().splitlines()
+        args = (read(cwd, "args.txt") or "").splitlines()
         check(args[:3] == ["--no-verbose", "--save-headers", "--proxy"] and
               args[4:] == [f"--user-agent={AGENT}", f"{url}/page.html"], f"wget's arguments: {args}")
         nodir = out.get("nodir", "")
@@ -169,15 +153,7 @@ def main():
         leftover = sorted(n for n in os.listdir(tmp) if not re.search(r"\.out(\.html)?$", n))
         check(not leftover, f"files left in the temporary folder: {leftover}")
         check(proc.returncode == 0 and "==end" in proc.stdout, f"status {proc.returncode}")
-    return report(f"downloads {layer}", failures, checks)
-
-
-def read(folder, name):
-    path = os.path.join(folder, name)
-    if not os.path.exists(path):
-        return None
-    with open(path, "rb") as f:
-        return f.read()
+    return check.report()
 
 
 if __name__ == "__main__":

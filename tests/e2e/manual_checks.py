@@ -12,7 +12,7 @@ import subprocess
 import sys
 import tempfile
 
-from harness import report
+from harness import Checks
 
 PREFIXES = "@$=-+"
 
@@ -30,8 +30,8 @@ def run(cmd, cwd):
 
 
 def case_words(case_dir):
-    """Command words each case runs: the first word of its script lines, of
-    its files' lines and of its command-line commands."""
+    """Command words each case runs: the first word of its script and session
+    lines, of its files' lines and of its command-line commands."""
     words = {}
     for path in glob.glob(os.path.join(case_dir, "**", "*.case"), recursive=True):
         section = "script"
@@ -40,7 +40,9 @@ def case_words(case_dir):
                 if line.startswith("#### "):
                     section = line[5:].split(" ")[0].strip()
                     continue
-                if section not in ("script", "file", "args"):
+                if section == "session" and line.startswith("> "):
+                    line = line[2:]
+                elif section not in ("script", "file", "args"):
                     continue
                 text = line.strip().lstrip(PREFIXES).strip()
                 if section == "args" and text.startswith("--"):
@@ -76,38 +78,29 @@ def main():
     used = case_words(case_dir)
 
     commands = [r for r in rows if r[0] == "command"]
-    if len(commands) < 10:
-        failures.append(f"the table lists only {len(commands)} commands")
+    check = Checks("manual_checks")
+    check(len(commands) >= 10, f"the table lists only {len(commands)} commands")
     aliases = {}
     for kind, name, *rest in rows:
         if kind == "alias":
             aliases.setdefault(rest[0], []).append(name)
     for kind, name, *rest in rows:
         if kind == "option":
-            if f"setopt {name}" not in page_names:
-                failures.append(f"setopt option {name} is not in the manual page")
-            if name not in options:
-                failures.append(f"setopt option {name} is not in \"help setopt\"")
+            check(f"setopt {name}" in page_names, f"setopt option {name} is not in the manual page")
+            check(name in options, f"setopt option {name} is not in \"help setopt\"")
             continue
         what = "alias" if kind == "alias" else "command"
-        if name not in page_names:
-            failures.append(f"{what} {name} is not in the manual page")
-        if not in_help(name):
-            failures.append(f"{what} {name} is not in \"help\"")
+        check(name in page_names, f"{what} {name} is not in the manual page")
+        check(in_help(name), f"{what} {name} is not in \"help\"")
         if kind == "command":
-            words = [name] + aliases.get(name, [])
-            if not any(w.lower() in used for w in words):
-                failures.append(f"command {name} has no end-to-end case")
+            check(any(w.lower() in used for w in [name] + aliases.get(name, [])), f"command {name} has no end-to-end case")
     for switch in ("--script", "--output", "--version", "--errexit", "--help"):
-        if switch not in page:
-            failures.append(f"{switch} is not in the manual page")
+        check(switch in page, f"{switch} is not in the manual page")
     sim_options = set(re.findall(r"--[a-z-]+", sim_usage)) | {"--version", "--help"}
-    if len(sim_options) < 4:
-        failures.append(f"lexsim --help names too few options: {sim_usage!r}")
+    check(len(sim_options) >= 4, f"lexsim --help names too few options: {sim_usage!r}")
     for option in sorted(sim_options):
-        if option not in sim_page:
-            failures.append(f"lexsim option {option} is not in lexsim's manual page")
-    return report("manual_checks", failures, len(rows) * 3 + len(sim_options) + 5)
+        check(option in sim_page, f"lexsim option {option} is not in lexsim's manual page")
+    return check.report()
 
 
 if __name__ == "__main__":

@@ -12,10 +12,8 @@ import sys
 import tempfile
 import time
 
-sys.path.insert(0, os.path.dirname(__file__))
-from harness import free_port, report, stop_process  # noqa: E402
-from run_case import Lexsim  # noqa: E402
-from tls_matrix import make_ca, make_cert  # noqa: E402
+from harness import LAYERS, Checks, Lexsim, free_port, run, stop_process
+from tls_matrix import make_ca, make_cert
 
 
 class Tinyproxy:
@@ -61,68 +59,45 @@ class Tinyproxy:
         stop_process(self.proc)
 
 
-def run(lexctl, cwd, lines):
-    proc = subprocess.run([lexctl, *lines], cwd=cwd, capture_output=True, text=True, timeout=120,
-                          env=dict(os.environ, HOME=cwd))
-    return proc.stdout
-
-
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
-    failures = []
+    check = Checks("proxy_checks")
     with tempfile.TemporaryDirectory(prefix="lexctl3-proxy-") as cwd:
         make_ca("ca", cwd)
         make_cert("good", "localhost", ["DNS:localhost", "IP:127.0.0.1"], cwd)
-        plain = Lexsim(lexsim, [], cwd)
-        tls = Lexsim(lexsim, ["--tls-cert", "good.pem", "--tls-key", "good.key"], cwd)
-        proxy = Tinyproxy(cwd)
-        try:
-            tls_port = tls.server.rsplit(":", 1)[1]
-            for layer in ("gsoap", "windows"):
-                seen = len(proxy.requests())
-                out = run(lexctl, cwd, [f"setopt server {plain.server}", f"setopt commslayer {layer}",
-                                        f"setopt proxy 127.0.0.1:{proxy.port}", "test -string via-proxy",
-                                        "test -string again"])
-                new = proxy.requests()[seen:]
-                # The second call reads the proxy setting after the first call's memory is gone.
-                if out.count("OK.") != 2:
-                    failures.append(f"{layer} http: calls through the proxy failed:\n{out}")
-                if not any(f"POST {plain.server}/nvsoap/nvsoap.cgi" in line for line in new):
-                    failures.append(f"{layer} http: the proxy saw no proxy-form request: {new}")
-
-                seen = len(proxy.requests())
-                out = run(lexctl, cwd, [f"setopt server https://localhost:{tls_port}",
-                                        f"setopt commslayer {layer}", "setopt sslauth full",
-                                        "setopt sslcafile ca.pem", f"setopt proxy 127.0.0.1:{proxy.port}",
-                                        "test -string tunnelled"])
-                new = proxy.requests()[seen:]
-                if "OK." not in out:
-                    failures.append(f"{layer} https: call through the tunnel failed:\n{out}")
-                if not any(f"CONNECT localhost:{tls_port}" in line for line in new):
-                    failures.append(f"{layer} https: the proxy saw no CONNECT: {new}")
-
-                # The tunnel does not weaken the certificate check.
-                out = run(lexctl, cwd, [f"setopt server https://localhost:{tls_port}",
-                                        f"setopt commslayer {layer}", "setopt sslauth full",
-                                        "setopt sslcafile nosuch.pem", "setopt sslcadir .",
-                                        f"setopt proxy 127.0.0.1:{proxy.port}", "test -string untrusted"])
-                if "OK." in out or out.count("FAILED:") != 1:
-                    failures.append(f"{layer} https: an untrusted server was accepted through the tunnel:\n{out}")
-
-                # No proxy listening: one FAILED line; without the proxy the next call works.
-                out = run(lexctl, cwd, [f"setopt server {plain.server}", f"setopt commslayer {layer}",
-                                        f"setopt proxy 127.0.0.1:{free_port()}", "test -string nowhere",
-                                        "setopt proxy \"\"", "setopt proxy", "test -string direct"])
-                before, _, after = out.partition("test -string direct")
-                if before.count("FAILED:") != 1 or "OK." in before:
-                    failures.append(f"{layer}: a missing proxy did not fail once:\n{out}")
-                if "OK." not in after:
-                    failures.append(f"{layer}: the call after clearing the proxy failed:\n{out}")
-        finally:
-            proxy.stop()
-            tls.stop()
-            plain.stop()
-    return report("proxy_checks", failures, checks=8)
+        with Lexsim(lexsim, cwd=cwd) as plain, Lexsim(lexsim, ["--tls-cert", "good.pem", "--tls-key", "good.key"],
+                                                       cwd) as tls:
+            proxy = Tinyproxy(cwd)
+            tls_url = f"https://localhost:{tls.port}"
+            try:
+                for layer in LAYERS:
+                    def through(server, *lines):
+                        seen = len(proxy.requests())
+                        out = run(lexctl, cwd, [f"setopt server {server}", f"setopt commslayer {layer}",
+                                                f"setopt proxy 127.0.0.1:{proxy.port}", *lines]).stdout
+                        return out, proxy.requests()[seen:]
+                    # The second call reads the proxy setting after the first call's memory is gone.
+                    out, new = through(plain.server, "test -string via-proxy", "test -string again")
+                    check(out.count("OK.") == 2, f"{layer} http: calls through the proxy failed:\n{out}")
+                    check(any(f"POST {plain.url}" in line for line in new), f"{layer} http: no proxy-form request")
+                    out, new = through(tls_url, "setopt sslauth full", "setopt sslcafile ca.pem", "test -string tunnelled")
+                    check("OK." in out, f"{layer} https: call through the tunnel failed:\n{out}")
+                    check(any(f"CONNECT localhost:{tls.port}" in line for line in new), f"{layer} https: no CONNECT")
+                    # The tunnel does not weaken the certificate check.
+                    out, _ = through(tls_url, "setopt sslauth full", "setopt sslcafile nosuch.pem", "setopt sslcadir .",
+                                     "test -string untrusted")
+                    check("OK." not in out and out.count("FAILED:") == 1,
+                          f"{layer} https: an untrusted server was accepted through the tunnel:\n{out}")
+                    # No proxy listening: one FAILED line; without the proxy the next call works.
+                    out = run(lexctl, cwd, [f"setopt server {plain.server}", f"setopt commslayer {layer}",
+                                            f"setopt proxy 127.0.0.1:{free_port()}", "test -string nowhere",
+                                            "setopt proxy \"\"", "setopt proxy", "test -string direct"]).stdout
+                    before, _, after = out.partition("test -string direct")
+                    check(before.count("FAILED:") == 1 and "OK." not in before and "OK." in after,
+                          f"{layer}: a missing proxy did not fail once, or clearing it did not help:\n{out}")
+            finally:
+                proxy.stop()
+    return check.report()
 
 
 if __name__ == "__main__":

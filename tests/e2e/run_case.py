@@ -16,7 +16,11 @@ A case file is a script followed by sections that start with a line
   #### absent GLOB     no file may match GLOB after the run
   #### lexsim          run against a fresh lexsim (its extra arguments, one per line);
                       the script finds its URL in {{server}}
-  #### stdout LAYER   expected standard output for one comms layer only
+  #### lexsim admin    the same, the script starting with lexsim as its server
+                      and admin logged in
+  #### stdout LAYER    expected standard output for one comms layer only
+  #### session         expected standard output (after that of a stdout section)
+                      whose "> COMMAND" echo lines are also the script's last lines
 Without an args section the script is run with --script. Volatile values
 (times, durations, the working folder) are normalised in the actual output.
 With LEXCTL_E2E_ACCEPT=1 in the environment a failing output section is
@@ -25,13 +29,11 @@ rewritten with what the run printed; review the case's diff before committing.
 import glob
 import os
 import re
-import select
-import shutil
 import subprocess
 import sys
 import tempfile
 
-from harness import endpoint_path, stop_process
+from harness import Lexsim
 
 NORMALISE = [
     (re.compile(r"Elapsed time \d+\.\d{3} seconds\."), "Elapsed time <SECS> seconds."),
@@ -73,24 +75,6 @@ def normalise(text, cwd, server=None):
     return text
 
 
-class Lexsim:
-    """A lexsim on a free loopback port, for one case."""
-
-    def __init__(self, binary, extra, cwd):
-        self.proc = subprocess.Popen([binary, "--host", "127.0.0.1", "--port", "0"] + extra, cwd=cwd,
-                                     stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        ready, _, _ = select.select([self.proc.stdout], [], [], 30)
-        line = self.proc.stdout.readline().strip() if ready else ""
-        if not line.startswith("http"):
-            self.stop()
-            raise RuntimeError(f"lexsim did not start: {line!r}")
-        self.server = line
-        self.url = line + endpoint_path(self.proc.stdout.readline())
-
-    def stop(self):
-        stop_process(self.proc)
-
-
 def main():
     args = sys.argv[1:]
     lexsim_binary = layer = None
@@ -105,6 +89,10 @@ def main():
     failures = []
     if layer and f"stdout {layer}" in sections:
         sections["stdout"] = sections[f"stdout {layer}"]
+    if "session" in sections:
+        sections["stdout"] = sections.get("stdout", "") + sections["session"]
+        sections["script"] += "".join(line[2:].rstrip() + "\n" for line in sections["session"].splitlines()
+                                      if line.startswith("> "))
     with tempfile.TemporaryDirectory(prefix="lexctl3-e2e-") as cwd:
         script = os.path.join(cwd, "case.lex")
         with open(script, "w", encoding="utf-8", newline="") as f:
@@ -122,10 +110,13 @@ def main():
             args = [a.replace("{script}", "case.lex") for a in sections["args"].splitlines()]
         else:
             args = ["--script", "case.lex"]
-        if "lexsim" in sections:
-            extra = [a.replace("{cwd}", cwd) for a in sections["lexsim"].splitlines() if a.strip()]
+        lexsim = next((name for name in sections if name.split(" ")[0] == "lexsim"), None)
+        if lexsim:
+            extra = [a.replace("{cwd}", cwd) for a in sections[lexsim].splitlines() if a.strip()]
             sim = Lexsim(lexsim_binary, extra, cwd)
             prelude = [f"@setvar server {sim.server}"]
+            if lexsim == "lexsim admin":
+                prelude += [f"@setopt server {sim.server}", "@setopt userid admin", "@setopt passwd admin"]
             if layer:
                 prelude.append(f"@setopt commslayer {layer}")
             args = prelude + args
@@ -185,6 +176,8 @@ def accept(case, accepted, layer):
     for name, actual in accepted.items():
         if name == "stdout" and layer and f"stdout {layer}" in sections:
             name = f"stdout {layer}"
+        elif name == "stdout" and "session" in sections:
+            name, actual = "session", actual[len(sections.get("stdout", "")):]
         if name not in sections:
             order.append(name)
         sections[name] = actual

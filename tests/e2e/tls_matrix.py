@@ -5,19 +5,14 @@ Makes a throw-away certificate authority with the openssl command, starts
 lexsim with one server certificate at a time, and runs `test` under every
 sslauth mode on both layers. Each layer must judge host names as strictly as
 curl does, and each mode must relax exactly what it names."""
-import fcntl
 import os
-import pty
 import select
 import subprocess
 import sys
 import tempfile
-import termios
 import time
 
-sys.path.insert(0, os.path.dirname(__file__))
-from harness import report  # noqa: E402
-from run_case import Lexsim  # noqa: E402
+from harness import LAYERS, Checks, Lexsim, pty_spawn, run
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
 OK, NO = True, False
@@ -95,18 +90,13 @@ REASONS = {
 
 
 def run_modes(lexctl, cwd, url, layer, extra=()):
+    """{mode: accepted} for a test call in every sslauth mode, and the output."""
     lines = []
     for mode in MODES:
         lines += [f"setopt server {url}", f"setopt commslayer {layer}", f"setopt sslauth {mode}",
                   *extra, "@echo RESULT-START", "test -string tls", "@echo RESULT-END"]
-    with open(os.path.join(cwd, "modes.lex"), "w") as f:
-        f.write("\n".join(lines) + "\n")
-    proc = subprocess.run([lexctl, "--script", "modes.lex"], cwd=cwd, capture_output=True, text=True,
-                          timeout=300, env=dict(os.environ, HOME=cwd))
-    results = []
-    for chunk in proc.stdout.split("RESULT-START")[1:]:
-        body = chunk.split("RESULT-END")[0]
-        results.append("OK." in body)
+    proc = run(lexctl, cwd, lines, timeout=300)
+    results = ["OK." in chunk.split("RESULT-END")[0] for chunk in proc.stdout.split("RESULT-START")[1:]]
     if len(results) != len(MODES):
         raise AssertionError(f"unexpected output:\n{proc.stdout}\n{proc.stderr}")
     return dict(zip(MODES, results)), proc.stdout
@@ -117,20 +107,12 @@ def full_mode_failure(out):
     return "".join(line for line in body.splitlines() if line.startswith("FAILED"))
 
 
-def _controlling_tty():
-    os.setsid()
-    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
-
-
 def run_on_terminal(lexctl, cwd, lines, limit=60):
     """Runs a script with a terminal as lexctl3's controlling tty, where
     OpenSSL would ask for a pass phrase; None when it did not end in time."""
     with open(os.path.join(cwd, "tty.lex"), "w") as f:
         f.write("\n".join(lines) + "\n")
-    master, slave = pty.openpty()
-    proc = subprocess.Popen([lexctl, "--script", "tty.lex"], stdin=slave, stdout=slave, stderr=slave, cwd=cwd,
-                            env=dict(os.environ, HOME=cwd), close_fds=True, preexec_fn=_controlling_tty)
-    os.close(slave)
+    proc, master = pty_spawn([lexctl, "--script", "tty.lex"], cwd, dict(os.environ, HOME=cwd))
     seen = b""
     deadline = time.monotonic() + limit
     try:
@@ -155,125 +137,97 @@ def run_on_terminal(lexctl, cwd, lines, limit=60):
 
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
-    failures = []
+    check = Checks("tls_matrix")
     with tempfile.TemporaryDirectory(prefix="lexctl3-tls-") as cwd:
         make_ca("ca", cwd)
         make_ca("other", cwd)
         for name, (cn, sans, options, _) in CASES.items():
             make_cert(name, cn, sans, cwd, **options)
+        make_cert("ipcn", "127.0.0.1", [], cwd)
         for folder, ca in (("cadir", "ca"), ("otherdir", "other")):
             os.mkdir(os.path.join(cwd, folder))
             os.link(os.path.join(cwd, f"{ca}.pem"), os.path.join(cwd, folder, f"{ca}.pem"))
             openssl("rehash", folder, cwd=cwd)
-        # The CA file is given by name; cacert.pem in the folder is the default one.
-        for name, (_, _, _, expected) in CASES.items():
-            sim = Lexsim(lexsim, ["--tls-cert", f"{name}.pem", "--tls-key", f"{name}.key"], cwd)
-            try:
-                port = sim.server.rsplit(":", 1)[1]
-                for layer in ("gsoap", "windows"):
-                    want = dict(expected)
-                    if layer == "windows" and name in ("selfsigned", "untrusted"):
-                        want["none"] = NO  # "none" is "minimum" on libcurl
-                    got, out = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
-                                         ["setopt sslcafile ca.pem"])
-                    for mode in MODES:
-                        if got[mode] != want[mode]:
-                            failures.append(f"{name} {layer} {mode}: {'accepted' if got[mode] else 'refused'},"
-                                            f" expected {'accepted' if want[mode] else 'refused'}")
-                    if name in REASONS and REASONS[name] not in full_mode_failure(out):
-                        failures.append(f"{name} {layer}: reason not named: {full_mode_failure(out)!r}")
-                    if name == "good":
-                        ip, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{port}", layer, ["setopt sslcafile ca.pem"])
-                        if not all(ip.values()):
-                            failures.append(f"good {layer}: IP host with the IP in the SAN refused: {ip}")
-                        # The default CA file: cacert.pem in the current folder.
-                        os.link(os.path.join(cwd, "ca.pem"), os.path.join(cwd, "cacert.pem"))
-                        dflt, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer)
-                        os.unlink(os.path.join(cwd, "cacert.pem"))
-                        if not all(dflt.values()):
-                            failures.append(f"good {layer}: default cacert.pem not used: {dflt}")
-                        # Without cacert.pem the system's store stands in: the
-                        # throw-away CA is unknown there, and no file is blamed.
-                        _, out = run_modes(lexctl, cwd, f"https://localhost:{port}", layer)
-                        if (os.path.exists("/etc/ssl/certs/ca-certificates.crt") and
-                                full_mode_failure(out) != f"FAILED: SOAP_SSL_ERROR (30): {REASONS['untrusted']}."):
-                            failures.append(f"good {layer}: no cacert.pem: {full_mode_failure(out)!r}")
-                        # A CA file or folder that is set but cannot be read is
-                        # named in the failure line.
-                        for setting, named in (("sslcafile nosuch.pem", "CA file nosuch.pem"),
-                                               ("sslcadir nosuch.d", "CA folder nosuch.d")):
-                            got, out = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
-                                                 [f"setopt {setting}"])
-                            line = f"FAILED: SOAP_SSL_ERROR (30): cannot read {named} (No such file or directory)."
-                            # gSOAP's "none" checks nothing, so it needs no CA.
-                            if got != dict(STRICT_ONLY_CA, none=layer == "gsoap") or full_mode_failure(out) != line:
-                                failures.append(f"good {layer}: unreadable {named}: {got} {full_mode_failure(out)!r}")
-                        # A hashed CA directory instead of a file: the right CA
-                        # is found there, and a folder with another CA trusts nothing.
-                        trusting, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
-                                                ["setopt sslcadir cadir"])
-                        if not all(trusting.values()):
-                            failures.append(f"good {layer}: CA directory not used: {trusting}")
-                        strangers, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
-                                                 ["setopt sslcadir otherdir"])
-                        want_strange = dict(STRICT_ONLY_CA, none=layer == "gsoap")
-                        if strangers != want_strange:
-                            failures.append(f"good {layer}: a CA directory without the CA: {strangers}")
-            finally:
-                sim.stop()
-        # A client certificate (in one PEM file with its encrypted key) for a
-        # server that demands one.
+        # A client certificate, in one PEM file with its encrypted key.
         openssl("req", "-new", "-newkey", "rsa:2048", "-keyout", "client.key", "-passout", "pass:kpw",
                 "-out", "client.csr", "-subj", "/CN=lexctl3-client", cwd=cwd)
         openssl("ca", "-batch", "-config", "ca.cnf", "-in", "client.csr", "-out", "client.crt", "-notext",
                 "-days", "30", cwd=cwd)
         with open(os.path.join(cwd, "client.pem"), "w") as f:
             f.write(open(os.path.join(cwd, "client.crt")).read() + open(os.path.join(cwd, "client.key")).read())
-        sim = Lexsim(lexsim, ["--tls-cert", "good.pem", "--tls-key", "good.key", "--tls-client-ca", "ca.pem"], cwd)
-        try:
-            port = sim.server.rsplit(":", 1)[1]
-            for layer in ("gsoap", "windows"):
-                without, _ = run_modes(lexctl, cwd, f"https://localhost:{port}", layer, ["setopt sslcafile ca.pem"])
-                with_key, out = run_modes(lexctl, cwd, f"https://localhost:{port}", layer,
-                                          ["setopt sslcafile ca.pem", "setopt sslkeyfile client.pem",
-                                           "setopt sslkeypass kpw"])
-                if any(without.values()):
-                    failures.append(f"client certificate {layer}: accepted without one: {without}")
-                if not all(with_key.values()):
-                    failures.append(f"client certificate {layer}: refused with one: {with_key}\n{out[-800:]}")
-            for layer in ("gsoap", "windows"):
+        # The CA file is given by name; cacert.pem in the folder is the default one.
+        for name, (_, _, _, expected) in CASES.items():
+            with Lexsim(lexsim, ["--tls-cert", f"{name}.pem", "--tls-key", f"{name}.key"], cwd) as sim:
+                url = f"https://localhost:{sim.port}"
+                for layer in LAYERS:
+                    want = dict(expected)
+                    if layer == "windows" and name in ("selfsigned", "untrusted"):
+                        want["none"] = NO  # "none" is "minimum" on libcurl
+                    got, out = run_modes(lexctl, cwd, url, layer, ["setopt sslcafile ca.pem"])
+                    check(got == want, f"{name} {layer}: accepted {got}, expected {want}")
+                    check(name not in REASONS or REASONS[name] in full_mode_failure(out),
+                          f"{name} {layer}: reason not named: {full_mode_failure(out)!r}")
+                    if name == "good":
+                        good_only(lexctl, cwd, sim.port, layer, check)
+        with Lexsim(lexsim, ["--tls-cert", "good.pem", "--tls-key", "good.key", "--tls-client-ca", "ca.pem"],
+                    cwd) as sim:
+            url = f"https://localhost:{sim.port}"
+            for layer in LAYERS:
+                without, _ = run_modes(lexctl, cwd, url, layer, ["setopt sslcafile ca.pem"])
+                check(not any(without.values()), f"client certificate {layer}: accepted without one: {without}")
+                with_key, out = run_modes(lexctl, cwd, url, layer, ["setopt sslcafile ca.pem", "setopt sslkeyfile "
+                                                                    "client.pem", "setopt sslkeypass kpw"])
+                check(all(with_key.values()), f"client certificate {layer}: refused with one: {with_key}\n{out[-800:]}")
                 # The key is used with the pass phrase set when the request is
                 # made, in either order; the program never asks on the terminal.
-                url = f"https://localhost:{port}"
                 base = [f"setopt server {url}", f"setopt commslayer {layer}", "setopt sslcafile ca.pem"]
                 for label, extra, good in (("key before pass", ["setopt sslkeyfile client.pem", "setopt sslkeypass kpw"], True),
                                            ("no pass", ["setopt sslkeyfile client.pem"], False),
                                            ("wrong pass", ["setopt sslkeypass nope", "setopt sslkeyfile client.pem"], False)):
                     out = run_on_terminal(lexctl, cwd, base + extra + ["test -string tls", "test -string again"])
-                    where = f"client key {layer} {label}"
-                    if out is None:
-                        failures.append(f"{where}: did not end (waiting for a pass phrase?)")
-                    elif "pass phrase" in out.lower():
-                        failures.append(f"{where}: asked for a pass phrase:\n{out[-600:]}")
-                    elif good and out.count("OK.") != 2:
-                        failures.append(f"{where}: refused:\n{out[-800:]}")
-                    elif not good and (out.count("FAILED") != 2 or "OK." in out):
-                        failures.append(f"{where}: expected one FAILED line per request:\n{out[-800:]}")
-        finally:
-            sim.stop()
+                    check(out is not None and "pass phrase" not in out.lower() and
+                          (out.count("OK.") == 2 if good else out.count("FAILED") == 2 and "OK." not in out),
+                          f"client key {layer} {label}: expected {'two OK.' if good else 'two FAILED'} and no "
+                          f"pass phrase prompt:\n{(out or 'did not end')[-800:]}")
         # An IP host must be an IP subject alternative name: a certificate that
         # names the address only as its common name is refused on both layers.
-        make_cert("ipcn", "127.0.0.1", [], cwd)
-        sim = Lexsim(lexsim, ["--tls-cert", "ipcn.pem", "--tls-key", "ipcn.key"], cwd)
-        try:
-            port = sim.server.rsplit(":", 1)[1]
-            for layer in ("gsoap", "windows"):
-                got, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{port}", layer, ["setopt sslcafile ca.pem"])
-                if got != HOST_RELAXED:
-                    failures.append(f"ipcn {layer}: {got}, expected {HOST_RELAXED}")
-        finally:
-            sim.stop()
-    return report("tls_matrix", failures, checks=len(CASES) * 2 * len(MODES) + 2 * 7 + 2 + 2 * 3 + 2)
+        with Lexsim(lexsim, ["--tls-cert", "ipcn.pem", "--tls-key", "ipcn.key"], cwd) as sim:
+            for layer in LAYERS:
+                got, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{sim.port}", layer, ["setopt sslcafile ca.pem"])
+                check(got == HOST_RELAXED, f"ipcn {layer}: {got}, expected {HOST_RELAXED}")
+    return check.report()
+
+
+def good_only(lexctl, cwd, port, layer, check):
+    """CA settings, checked against the good certificate."""
+    url = f"https://localhost:{port}"
+    ip, _ = run_modes(lexctl, cwd, f"https://127.0.0.1:{port}", layer, ["setopt sslcafile ca.pem"])
+    check(all(ip.values()), f"good {layer}: IP host with the IP in the SAN refused: {ip}")
+    # The default CA file: cacert.pem in the current folder.
+    os.link(os.path.join(cwd, "ca.pem"), os.path.join(cwd, "cacert.pem"))
+    dflt, _ = run_modes(lexctl, cwd, url, layer)
+    os.unlink(os.path.join(cwd, "cacert.pem"))
+    check(all(dflt.values()), f"good {layer}: default cacert.pem not used: {dflt}")
+    # Without cacert.pem the system's store stands in: the throw-away CA is
+    # unknown there, and no file is blamed.
+    _, out = run_modes(lexctl, cwd, url, layer)
+    check(not os.path.exists("/etc/ssl/certs/ca-certificates.crt") or
+          full_mode_failure(out) == f"FAILED: SOAP_SSL_ERROR (30): {REASONS['untrusted']}.",
+          f"good {layer}: no cacert.pem: {full_mode_failure(out)!r}")
+    # gSOAP's "none" checks nothing, so it needs no CA.
+    refused = dict(STRICT_ONLY_CA, none=layer == "gsoap")
+    # A CA file or folder that is set but cannot be read is named in the failure line.
+    for setting, named in (("sslcafile nosuch.pem", "CA file nosuch.pem"), ("sslcadir nosuch.d", "CA folder nosuch.d")):
+        got, out = run_modes(lexctl, cwd, url, layer, [f"setopt {setting}"])
+        line = f"FAILED: SOAP_SSL_ERROR (30): cannot read {named} (No such file or directory)."
+        check(got == refused and full_mode_failure(out) == line,
+              f"good {layer}: unreadable {named}: {got} {full_mode_failure(out)!r}")
+    # A hashed CA directory instead of a file: the right CA is found there,
+    # and a folder with another CA trusts nothing.
+    trusting, _ = run_modes(lexctl, cwd, url, layer, ["setopt sslcadir cadir"])
+    check(all(trusting.values()), f"good {layer}: CA directory not used: {trusting}")
+    strangers, _ = run_modes(lexctl, cwd, url, layer, ["setopt sslcadir otherdir"])
+    check(strangers == refused, f"good {layer}: a CA directory without the CA: {strangers}")
 
 
 if __name__ == "__main__":

@@ -5,19 +5,16 @@ plain SOAP request for the same translation.
 
 Usage: large_document.py LEXCTL3 LEXSIM [MEGABYTES]"""
 import base64
-import hashlib
 import hmac
 import http.client
 import os
 import re
-import subprocess
 import sys
 import tempfile
 import urllib.parse
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from harness import report  # noqa: E402
-from run_case import Lexsim  # noqa: E402
+from harness import LAYERS, LOGIN, Checks, Lexsim, run  # noqa: E402
 
 RULES = "# no rules\n"
 
@@ -69,45 +66,26 @@ def reference_translation(url, body):
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
     size = int(float(sys.argv[3]) * (1 << 20)) if len(sys.argv) > 3 else 100 << 20
-    failures = []
-    checks = 0
-    with tempfile.TemporaryDirectory(prefix="lexctl3-large-") as cwd:
-        doc = os.path.join(cwd, "doc.html")
+    check = Checks(f"large document ({size >> 20} MB)")
+    with tempfile.TemporaryDirectory(prefix="lexctl3-large-") as cwd, Lexsim(lexsim, cwd=cwd) as sim:
+        doc, out = os.path.join(cwd, "doc.html"), os.path.join(cwd, "out.html")
         make_document(doc, size)
         with open(os.path.join(cwd, "rules.txt"), "w") as f:
             f.write(RULES)
-        sim = Lexsim(lexsim, [], cwd)
-        try:
-            with open(doc, "rb") as f:
-                expected = reference_translation(sim.url, soap_request(f.read(), "html"))
-            want = hashlib.sha256(expected).hexdigest()
-            for layer in ("gsoap", "windows"):
-                for dime in ("false", "true"):
-                    checks += 1
-                    where = f"{layer} layer, dime {dime}"
-                    out = os.path.join(cwd, "out.html")
-                    if os.path.exists(out):
-                        os.remove(out)
-                    script = [f"setopt server {sim.server}", f"setopt commslayer {layer}", f"setopt dime {dime}",
-                              "setopt userid admin", "setopt passwd admin",
-                              "setopt timeout 600", "tran -rules rules.txt -indata doc.html -outdata out.html"]
-                    try:
-                        proc = subprocess.run([lexctl] + script, cwd=cwd, capture_output=True, text=True,
-                                              timeout=600, env=dict(os.environ, HOME=cwd))
-                    except subprocess.TimeoutExpired:
-                        failures.append(f"{where}: lexctl3 did not end within 600 s")
-                        continue
-                    line = f"Output File (html, UTF-8): out.html ({len(expected)} bytes)"
-                    if line not in proc.stdout:
-                        failures.append(f"{where}: no line {line!r} in:\n{proc.stdout[-2000:]}")
-                        continue
+        with open(doc, "rb") as f:
+            expected = reference_translation(sim.url, soap_request(f.read(), "html"))
+        for layer in LAYERS:
+            for dime in ("false", "true"):
+                if os.path.exists(out):
+                    os.remove(out)
+                proc = run(lexctl, cwd, [f"setopt server {sim.server}", f"setopt commslayer {layer}",
+                                         f"setopt dime {dime}", *LOGIN, "setopt timeout 600",
+                                         "tran -rules rules.txt -indata doc.html -outdata out.html"], timeout=600)
+                line = f"Output File (html, UTF-8): out.html ({len(expected)} bytes)"
+                if check(line in proc.stdout, f"{layer}, dime {dime}: no {line!r} in:\n{proc.stdout[-2000:]}"):
                     with open(out, "rb") as f:
-                        got = hashlib.sha256(f.read()).hexdigest()
-                    if got != want:
-                        failures.append(f"{where}: the file written differs from lexsim's document")
-        finally:
-            sim.stop()
-    return report(f"large document ({size >> 20} MB)", failures, checks)
+                        check(f.read() == expected, f"{layer}, dime {dime}: the file written differs from lexsim's document")
+    return check.report()
 
 
 if __name__ == "__main__":

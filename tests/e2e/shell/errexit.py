@@ -3,13 +3,11 @@
 after its report with status 2, and the other threads are stopped; a failed
 thread makes the status 2 too and is named on standard error."""
 import os
-import subprocess
 import sys
 import tempfile
 
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), ".."))
-from harness import report  # noqa: E402
-from run_case import Lexsim  # noqa: E402
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
+from harness import LOGIN, Checks, Lexsim, run, write  # noqa: E402
 
 FAULT = "SOAP EXCEPTION:\nErr: ACCESS_DENIED\nMsg: Fault requested by select key\n"
 SPIN = "proc begin spin\nsleep 100\nproc end\nloop spin count 1000\n"
@@ -35,24 +33,16 @@ CASES = [
 
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
-    failures = []
-    with tempfile.TemporaryDirectory(prefix="lexctl3-errexit-") as cwd:
-        sim = Lexsim(lexsim, [], cwd)
-        try:
-            for kind, script, files, stdout, stderr in CASES:
-                files = dict(files, **{"case.lex": script + "\necho after\n"})
-                for name, body in files.items():
-                    with open(os.path.join(cwd, name), "w") as f:
-                        f.write(body)
-                quiet = ["@setopt commslayer gsoap", f"@setopt server {sim.server}", "@setopt userid admin",
-                         "@setopt passwd admin"]
-                proc = subprocess.run([lexctl, "--errexit"] + quiet + ["--script", "case.lex"], cwd=cwd,
-                                      capture_output=True, text=True, timeout=120, env=dict(os.environ, HOME=cwd))
-                if (proc.returncode, proc.stdout, proc.stderr) != (2, stdout, stderr):
-                    failures.append(f"{kind}: status {proc.returncode}\n{proc.stdout}{proc.stderr}")
-        finally:
-            sim.stop()
-    return report("errexit", failures, len(CASES))
+    check = Checks("errexit")
+    with tempfile.TemporaryDirectory(prefix="lexctl3-errexit-") as cwd, Lexsim(lexsim, cwd=cwd) as sim:
+        for kind, script, files, stdout, stderr in CASES:
+            for name, body in files.items():
+                write(cwd, name, body)
+            proc = run(lexctl, cwd, ["@setopt commslayer gsoap", f"@setopt server {sim.server}",
+                                     *("@" + line for line in LOGIN), script, "echo after"], errexit=True)
+            check((proc.returncode, proc.stdout, proc.stderr) == (2, stdout, stderr),
+                  f"{kind}: status {proc.returncode}\n{proc.stdout}{proc.stderr}")
+    return check.report()
 
 
 if __name__ == "__main__":
