@@ -131,19 +131,13 @@ class RequestFrame {
   /// prints the warnings and returns the response.
   template <typename... Params, typename... Own>
   auto Call(int (*op)(struct soap*, const char*, const char*, Params...), Own&&... own) {
-    auto response = CallWithoutWarnings(op, std::forward<Own>(own)...);
-    Finish(response);
-    return response;
+    return Invoke(true, op, std::forward<Own>(own)...);
   }
   /// The same, leaving the warnings to the caller.
   template <typename... Params, typename... Own>
   auto CallWithoutWarnings(int (*op)(struct soap*, const char*, const char*, Params...),
                            Own&&... own) {
-    std::remove_reference_t<std::tuple_element_t<sizeof...(Params) - 1, std::tuple<Params...>>>
-        response;
-    Check(Send(op, std::forward<Own>(own)..., response));
-    Finish(response, false);
-    return response;
+    return Invoke(false, op, std::forward<Own>(own)...);
   }
   /// Fills in the common fields and the engine as Call does, and returns the
   /// status without raising: for soap_call_nv__X (the response last in own)
@@ -183,6 +177,15 @@ class RequestFrame {
 
  private:
   static std::string* Optional(std::string& text) { return text.empty() ? nullptr : &text; }
+  template <typename... Params, typename... Own>
+  auto Invoke(bool warnings, int (*op)(struct soap*, const char*, const char*, Params...),
+              Own&&... own) {
+    std::remove_reference_t<std::tuple_element_t<sizeof...(Params) - 1, std::tuple<Params...>>>
+        response;
+    Check(Send(op, std::forward<Own>(own)..., response));
+    Finish(response, warnings);
+    return response;
+  }
 
   ExecThread& thread_;
   LocalData& data_;
