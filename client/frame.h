@@ -225,7 +225,7 @@ int RequestFrame::Send(int (*op)(struct soap*, const char*, const char*, Params.
       return std::get<I - kCommon - (I > kEngine ? 1 : 0)>(own_arguments);
     }
   };
-  return [&]<size_t... I>(std::index_sequence<I...>) {
+  auto exchange = [&]<size_t... I>(std::index_sequence<I...>) {
     if constexpr (kLicence) {
       return op(soap(), endpoint(), "", licence(), clientid(), reqgroup(), select(),
                 argument(std::integral_constant<size_t, kCommon + I>())...);
@@ -233,7 +233,15 @@ int RequestFrame::Send(int (*op)(struct soap*, const char*, const char*, Params.
       return op(soap(), endpoint(), "", clientid(), reqgroup(), select(),
                 argument(std::integral_constant<size_t, kCommon + I>())...);
     }
-  }(std::make_index_sequence<sizeof...(Params) - kCommon>());
+  };
+  constexpr auto kPlaces = std::make_index_sequence<sizeof...(Params) - kCommon>();
+  data_.BeginExchange();
+  int status = exchange(kPlaces);
+  if (data_.MayRetry(status)) {
+    data_.BeginExchange();
+    status = exchange(kPlaces);
+  }
+  return status;
 }
 
 }  // namespace lexctl

@@ -43,6 +43,9 @@ struct Sockets {
   // The low-speed rule: bytes received since the window began.
   std::chrono::steady_clock::time_point window_start{};
   size_t window_bytes = 0;
+  // Since BeginCall: whether a connection was opened, how much reply came.
+  bool opened = false;
+  size_t reply_bytes = 0;
 };
 
 Sockets* SocketsOf(struct soap* soap) { return static_cast<Sockets*>(soap_lookup_plugin(soap, kPluginId)); }
@@ -62,6 +65,7 @@ int Register(struct soap*, struct soap_plugin* plugin, void* arg) {
 SOAP_SOCKET OpenPlain(struct soap* soap, const char* endpoint, const char* host, int port) {
   Sockets* sockets = SocketsOf(soap);
   SOAP_SOCKET socket = sockets->open(soap, endpoint, host, port);
+  sockets->opened = true;
   sockets->direct_socket = SOAP_INVALID_SOCKET;
   if (!soap_valid_socket(socket) || soap->ssl) return socket;
   int flags = fcntl(socket, F_GETFL);
@@ -126,9 +130,10 @@ int StartReply(struct soap* soap) {
 // second, as libcurl's low-speed rule asks on the other layer.
 size_t RecvMetered(struct soap* soap, char* data, size_t size) {
   size_t n = RecvDirect(soap, data, size);
+  Sockets* sockets = SocketsOf(soap);
+  sockets->reply_bytes += n;
   int timeout = soap->recv_timeout;
   if (n == 0 || timeout <= 0) return n;
-  Sockets* sockets = SocketsOf(soap);
   sockets->window_bytes += n;
   auto now = std::chrono::steady_clock::now();
   // A proxy's answer to CONNECT is read before any reply has begun.
@@ -203,6 +208,7 @@ SOAP_SOCKET OpenCheckingHost(struct soap* soap, const char* endpoint, const char
   if (!LoadClientKey(soap, sockets)) return SOAP_INVALID_SOCKET;
   LastVerifyError() = X509_V_OK;
   SOAP_SOCKET socket = sockets->open(soap, endpoint, host, port);
+  sockets->opened = true;
   if (!soap_valid_socket(socket) && soap->error == SOAP_SSL_ERROR && LastVerifyError() != X509_V_OK) {
     // Name the reason, as libcurl does, rather than the bare SSL_ERROR_SSL.
     std::string text = std::string("SSL certificate problem: ") + X509_verify_cert_error_string(LastVerifyError());
@@ -272,6 +278,18 @@ void GsoapTransport::Attach(struct soap* soap, const TransportSettings& settings
   }
   soap->frecv = RecvMetered;
   soap->fprepareinitrecv = StartReply;
+}
+
+void GsoapTransport::BeginCall(struct soap* soap) {
+  if (Sockets* sockets = SocketsOf(soap)) {
+    sockets->opened = false;
+    sockets->reply_bytes = 0;
+  }
+}
+
+bool GsoapTransport::LostKeptConnection(struct soap* soap) const {
+  const Sockets* sockets = SocketsOf(soap);
+  return sockets && !sockets->opened && sockets->reply_bytes == 0;
 }
 
 }  // namespace lexctl

@@ -11,6 +11,8 @@ class GsoapTransport : public Transport {
  public:
   /// Each context keeps its own hooks: nothing outlives the context.
   void Attach(struct soap* soap, const TransportSettings& settings, int ssl_mode) override;
+  void BeginCall(struct soap* soap) override;
+  bool LostKeptConnection(struct soap* soap) const override;
 };
 
 }  // namespace lexctl

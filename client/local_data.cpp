@@ -182,6 +182,14 @@ void SoapClient::UseBasicAuth(const std::string& user, const std::string& passwo
   context()->passwd = basic_password_.c_str();
 }
 
+void SoapClient::BeginExchange() {
+  if (soap_ && transport_) transport_->BeginCall(soap_);
+}
+
+bool SoapClient::MayRetry(int status) {
+  return status == SOAP_EOF && soap_ && transport_ && transport_->LostKeptConnection(soap_);
+}
+
 void SoapClient::EndCall() {
   // gSOAP forgets these after a parsed response, not after a failed connect.
   if (soap_) {

@@ -97,6 +97,11 @@ class SoapClient : public ThreadData {
   void UseBasicAuth(const std::string& user, const std::string& password);
   /// Clears what one call may have set (Basic authentication).
   void EndCall();
+  /// Marks the start of a call's exchange.
+  void BeginExchange();
+  /// Whether a call that ended with status may go again: its request went
+  /// out on a kept-alive connection the peer had already closed.
+  bool MayRetry(int status);
 
   const std::string& userid() const { return userid_; }
   const std::string& passwd() const { return passwd_; }

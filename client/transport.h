@@ -25,6 +25,14 @@ class Transport {
   /// Appends the layer's own trace to file; "" stops it. A layer without
   /// a trace of its own ignores it.
   virtual void SetTrace(const std::string& /*file*/) {}
+  /// Marks the start of a call, for LostKeptConnection.
+  virtual void BeginCall(struct soap* /*soap*/) {}
+  /// Whether a call that ended in EOF went out on a kept-alive connection
+  /// the peer had closed, before any of the reply came. Servers and proxies
+  /// close idle connections whenever they like (tinyproxy after every reply,
+  /// without saying so), so such a request goes again once on a fresh
+  /// connection, as libcurl does on the other layer.
+  virtual bool LostKeptConnection(struct soap* /*soap*/) const { return false; }
 };
 
 /// The platform's HTTP library layer ("windows").
