@@ -171,7 +171,9 @@ def main():
         s = Session([lexctl], home)
         s.send("echo after the save\r")
         s.expect("after the save \r\n")
-        # End of input (CTRL-D) ends the program normally too.
+        # End of input (CTRL-D) ends the program normally too. Typed before
+        # readline has the terminal, the tty would turn it into a NUL byte.
+        s.expect("> ")
         s.send("\x04")
         if s.close() != 0:
             raise AssertionError("CTRL-D did not end the program with status 0")
