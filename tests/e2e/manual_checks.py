@@ -40,8 +40,8 @@ def case_words(case_dir):
                 if line.startswith("#### "):
                     section = line[5:].split(" ")[0].strip()
                     continue
-                if section == "session" and line.startswith("> "):
-                    line = line[2:]
+                if section == "session" and line.startswith(("> ", "@")):
+                    line = line[2:] if line[0] == ">" else line
                 elif section not in ("script", "file", "args"):
                     continue
                 text = line.strip().lstrip(PREFIXES).strip()

@@ -20,7 +20,8 @@ A case file is a script followed by sections that start with a line
                       and admin logged in
   #### stdout LAYER    expected standard output for one comms layer only
   #### session         expected standard output (after that of a stdout section)
-                      whose "> COMMAND" echo lines are also the script's last lines
+                      whose "> COMMAND" echo lines are also the script's last lines,
+                      with its "@COMMAND" lines (not echoed, not expected output)
 Without an args section the script is run with --script. Volatile values
 (times, durations, the working folder) are normalised in the actual output.
 With LEXCTL_E2E_ACCEPT=1 in the environment a failing output section is
@@ -90,9 +91,10 @@ def main():
     if layer and f"stdout {layer}" in sections:
         sections["stdout"] = sections[f"stdout {layer}"]
     if "session" in sections:
-        sections["stdout"] = sections.get("stdout", "") + sections["session"]
-        sections["script"] += "".join(line[2:].rstrip() + "\n" for line in sections["session"].splitlines()
-                                      if line.startswith("> "))
+        session = sections["session"].splitlines(keepends=True)
+        sections["stdout"] = sections.get("stdout", "") + "".join(line for line in session if line[0] != "@")
+        sections["script"] += "".join(line[2:].rstrip() + "\n" if line[0] == ">" else line for line in session
+                                      if line.startswith(("> ", "@")))
     with tempfile.TemporaryDirectory(prefix="lexctl3-e2e-") as cwd:
         script = os.path.join(cwd, "case.lex")
         with open(script, "w", encoding="utf-8", newline="") as f:
@@ -177,7 +179,15 @@ def accept(case, accepted, layer):
         if name == "stdout" and layer and f"stdout {layer}" in sections:
             name = f"stdout {layer}"
         elif name == "stdout" and "session" in sections:
-            name, actual = "session", actual[len(sections.get("stdout", "")):]
+            # Each command's output, with the "@" lines put back where they stood in it.
+            chunks = re.split(r"(?m)^(?=> )", actual[len(sections.get("stdout", "")):])
+            for i, chunk in enumerate(re.split(r"(?m)^(?=> )", sections["session"])[:len(chunks)]):
+                lines = chunks[i].splitlines(keepends=True)
+                for at, line in enumerate(chunk.splitlines(keepends=True)):
+                    if line[0] == "@":
+                        lines.insert(at, line)
+                chunks[i] = "".join(lines)
+            name, actual = "session", "".join(chunks)
         if name not in sections:
             order.append(name)
         sections[name] = actual
