@@ -195,14 +195,50 @@ class Relay:
                 upstream.close()
 
 
-def pty_spawn(argv, cwd, env):
-    """Starts argv with a new pseudo-terminal as its controlling tty (so that
-    CTRL-C typed there is its SIGINT); returns the process and the master end."""
-    def controlling_tty():
-        os.setsid()
-        fcntl.ioctl(0, termios.TIOCSCTTY, 0)
-    master, slave = pty.openpty()
-    proc = subprocess.Popen(argv, stdin=slave, stdout=slave, stderr=slave, cwd=cwd, env=env, close_fds=True,
-                            preexec_fn=controlling_tty)
-    os.close(slave)
-    return proc, master
+class Terminal:
+    """argv with a new pseudo-terminal as its controlling tty, so that CTRL-C
+    typed there is its SIGINT and OpenSSL would ask there for a pass phrase."""
+
+    def __init__(self, argv, cwd, env, timeout=20):
+        def controlling_tty():
+            os.setsid()
+            fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+        self.master, slave = pty.openpty()
+        self.proc = subprocess.Popen(argv, stdin=slave, stdout=slave, stderr=slave, cwd=cwd, env=env, close_fds=True,
+                                     preexec_fn=controlling_tty)
+        os.close(slave)
+        self.timeout, self.seen = timeout, b""
+
+    def read(self):
+        """More output; nothing at its end or when none came in time."""
+        ready, _, _ = select.select([self.master], [], [], self.timeout)
+        try:
+            return os.read(self.master, 4096) if ready else b""
+        except OSError:  # the end, on Linux
+            return b""
+
+    def expect(self, text):
+        """Waits for text; later expectations look only at what follows it."""
+        want = text.encode()
+        while want not in self.seen:
+            chunk = self.read()
+            if not chunk:
+                raise AssertionError(f"no {text!r} in time; screen so far:\n{self.seen.decode(errors='replace')}")
+            self.seen += chunk
+        self.seen = self.seen[self.seen.index(want) + len(want):]
+
+    def send(self, text):
+        os.write(self.master, text.encode())
+
+    def close(self):
+        """The exit status (None when the program would not end) and the output not yet expected."""
+        while chunk := self.read():
+            self.seen += chunk
+        try:
+            status = self.proc.wait(timeout=self.timeout)
+        except subprocess.TimeoutExpired:
+            self.proc.kill()
+            self.proc.wait()
+            status = None
+        os.close(self.master)
+        return status, self.seen.decode(errors="replace")

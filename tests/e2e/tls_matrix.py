@@ -6,13 +6,11 @@ lexsim with one server certificate at a time, and runs `test` under every
 sslauth mode on both layers. Each layer must judge host names as strictly as
 curl does, and each mode must relax exactly what it names."""
 import os
-import select
 import subprocess
 import sys
 import tempfile
-import time
 
-from harness import LAYERS, Checks, Lexsim, pty_spawn, run
+from harness import LAYERS, Checks, Lexsim, Terminal, run, write
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
 OK, NO = True, False
@@ -107,34 +105,6 @@ def full_mode_failure(out):
     return "".join(line for line in body.splitlines() if line.startswith("FAILED"))
 
 
-def run_on_terminal(lexctl, cwd, lines, limit=60):
-    """Runs a script with a terminal as lexctl3's controlling tty, where
-    OpenSSL would ask for a pass phrase; None when it did not end in time."""
-    with open(os.path.join(cwd, "tty.lex"), "w") as f:
-        f.write("\n".join(lines) + "\n")
-    proc, master = pty_spawn([lexctl, "--script", "tty.lex"], cwd, dict(os.environ, HOME=cwd))
-    seen = b""
-    deadline = time.monotonic() + limit
-    try:
-        while time.monotonic() < deadline:
-            ready, _, _ = select.select([master], [], [], 1)
-            if ready:
-                try:
-                    chunk = os.read(master, 4096)
-                except OSError:
-                    chunk = b""
-                if not chunk:
-                    break
-                seen += chunk
-        else:
-            proc.kill()
-            return None
-    finally:
-        proc.wait()
-        os.close(master)
-    return seen.decode(errors="replace")
-
-
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
     check = Checks("tls_matrix")
@@ -184,7 +154,9 @@ def main():
                 for label, extra, good in (("key before pass", ["setopt sslkeyfile client.pem", "setopt sslkeypass kpw"], True),
                                            ("no pass", ["setopt sslkeyfile client.pem"], False),
                                            ("wrong pass", ["setopt sslkeypass nope", "setopt sslkeyfile client.pem"], False)):
-                    out = run_on_terminal(lexctl, cwd, base + extra + ["test -string tls", "test -string again"])
+                    write(cwd, "tty.lex", "\n".join(base + extra + ["test -string tls", "test -string again"]) + "\n")
+                    status, out = Terminal([lexctl, "--script", "tty.lex"], cwd, dict(os.environ, HOME=cwd)).close()
+                    out = out if status is not None else None
                     check(out is not None and "pass phrase" not in out.lower() and
                           (out.count("OK.") == 2 if good else out.count("FAILED") == 2 and "OK." not in out),
                           f"client key {layer} {label}: expected {'two OK.' if good else 'two FAILED'} and no "
