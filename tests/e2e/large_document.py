@@ -13,8 +13,7 @@ import sys
 import tempfile
 import urllib.parse
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from harness import LAYERS, LOGIN, Checks, Lexsim, run  # noqa: E402
+from harness import LAYERS, LOGIN, Checks, Lexsim, run
 
 RULES = "# no rules\n"
 
