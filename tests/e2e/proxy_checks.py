@@ -79,7 +79,8 @@ def main():
                     # The second call reads the proxy setting after the first call's memory is gone.
                     out, new = through(plain.server, "test -string via-proxy", "test -string again")
                     check(out.count("OK.") == 2, f"{layer} http: calls through the proxy failed:\n{out}")
-                    check(any(f"POST {plain.url}" in line for line in new), f"{layer} http: no proxy-form request")
+                    check(sum(f"POST {plain.url}" in line for line in new) == 2,
+                          f"{layer} http: not both calls as proxy-form requests: {new}")
                     out, new = through(tls_url, "setopt sslauth full", "setopt sslcafile ca.pem", "test -string tunnelled")
                     check("OK." in out, f"{layer} https: call through the tunnel failed:\n{out}")
                     check(any(f"CONNECT localhost:{tls.port}" in line for line in new), f"{layer} https: no CONNECT")
