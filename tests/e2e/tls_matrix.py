@@ -1,16 +1,22 @@
 #!/usr/bin/env python3
-"""HTTPS certificate checks of both comms layers against lexsim.
+"""HTTPS certificate checks of both comms layers against lexsim, and both
+layers through a real HTTP proxy (tinyproxy on loopback).
 
 Makes a throw-away certificate authority with the openssl command, starts
 lexsim with one server certificate at a time, and runs `test` under every
 sslauth mode on both layers. Each layer must judge host names as strictly as
-curl does, and each mode must relax exactly what it names."""
+curl does, and each mode must relax exactly what it names. Through the proxy,
+plain HTTP goes out as proxy-form requests and HTTPS as a CONNECT tunnel in
+which the certificate is still checked; a proxy that is not there ends the
+command with one FAILED line, and clearing the setting makes the next work."""
 import os
+import socket
 import subprocess
 import sys
 import tempfile
+import time
 
-from harness import LAYERS, Checks, Lexsim, Terminal, run, write
+from harness import LAYERS, Checks, Lexsim, Terminal, free_port, run, stop_process, write
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
 OK, NO = True, False
@@ -139,6 +145,8 @@ def main():
                           f"{name} {layer}: reason not named: {full_mode_failure(out)!r}")
                     if name == "good":
                         good_only(lexctl, cwd, sim.port, layer, check)
+                if name == "good":
+                    through_proxy(lexctl, lexsim, cwd, sim.port, check)
         with Lexsim(lexsim, ["--tls-cert", "good.pem", "--tls-key", "good.key", "--tls-client-ca", "ca.pem"],
                     cwd) as sim:
             url = f"https://localhost:{sim.port}"
@@ -200,6 +208,85 @@ def good_only(lexctl, cwd, port, layer, check):
     check(all(trusting.values()), f"good {layer}: CA directory not used: {trusting}")
     strangers, _ = run_modes(lexctl, cwd, url, layer, ["setopt sslcadir otherdir"])
     check(strangers == refused, f"good {layer}: a CA directory without the CA: {strangers}")
+
+
+class Tinyproxy:
+    def __init__(self, cwd):
+        self.log = os.path.join(cwd, "tinyproxy.log")
+        # A free port can be taken by a parallel test before tinyproxy binds
+        # it; tinyproxy then exits, and a fresh port is tried.
+        for _ in range(5):
+            if self._start(cwd):
+                return
+        raise RuntimeError("tinyproxy did not start")
+
+    def _start(self, cwd):
+        self.port = free_port()
+        conf = os.path.join(cwd, "tinyproxy.conf")
+        with open(conf, "w") as f:
+            # No ConnectPort line: CONNECT is allowed to any port.
+            f.write(f"Port {self.port}\nListen 127.0.0.1\nTimeout 30\nMaxClients 20\n"
+                    f"LogFile \"{self.log}\"\nLogLevel Info\nAllow 127.0.0.1\n")
+        self.proc = subprocess.Popen(["tinyproxy", "-d", "-c", conf], cwd=cwd,
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        deadline = time.monotonic() + 20
+        while True:
+            try:
+                socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
+                if self.proc.poll() is None:
+                    return True
+            except OSError:
+                pass
+            if self.proc.poll() is not None or time.monotonic() > deadline:
+                self.stop()
+                return False
+            time.sleep(0.05)
+
+    def requests(self):
+        try:
+            with open(self.log, errors="replace") as f:
+                return [line for line in f if "Request (file descriptor" in line]
+        except FileNotFoundError:
+            return []
+
+    def stop(self):
+        stop_process(self.proc)
+
+
+def through_proxy(lexctl, lexsim, cwd, tls_port, check):
+    """A plain lexsim and the good certificate's through tinyproxy."""
+    with Lexsim(lexsim, cwd=cwd) as plain:
+        proxy = Tinyproxy(cwd)
+        tls_url = f"https://localhost:{tls_port}"
+        try:
+            for layer in LAYERS:
+                def through(server, *lines):
+                    seen = len(proxy.requests())
+                    out = run(lexctl, cwd, [f"setopt server {server}", f"setopt commslayer {layer}",
+                                            f"setopt proxy 127.0.0.1:{proxy.port}", *lines]).stdout
+                    return out, proxy.requests()[seen:]
+                # The second call reads the proxy setting after the first call's memory is gone.
+                out, new = through(plain.server, "test -string via-proxy", "test -string again")
+                check(out.count("OK.") == 2, f"{layer} http: calls through the proxy failed:\n{out}")
+                check(sum(f"POST {plain.url}" in line for line in new) == 2,
+                      f"{layer} http: not both calls as proxy-form requests: {new}")
+                out, new = through(tls_url, "setopt sslauth full", "setopt sslcafile ca.pem", "test -string tunnelled")
+                check("OK." in out, f"{layer} https: call through the tunnel failed:\n{out}")
+                check(any(f"CONNECT localhost:{tls_port}" in line for line in new), f"{layer} https: no CONNECT")
+                # The tunnel does not weaken the certificate check.
+                out, _ = through(tls_url, "setopt sslauth full", "setopt sslcafile nosuch.pem", "setopt sslcadir .",
+                                 "test -string untrusted")
+                check("OK." not in out and out.count("FAILED:") == 1,
+                      f"{layer} https: an untrusted server was accepted through the tunnel:\n{out}")
+                # No proxy listening: one FAILED line; without the proxy the next call works.
+                out = run(lexctl, cwd, [f"setopt server {plain.server}", f"setopt commslayer {layer}",
+                                        f"setopt proxy 127.0.0.1:{free_port()}", "test -string nowhere",
+                                        "setopt proxy \"\"", "setopt proxy", "test -string direct"]).stdout
+                before, _, after = out.partition("test -string direct")
+                check(before.count("FAILED:") == 1 and "OK." not in before and "OK." in after,
+                      f"{layer}: a missing proxy did not fail once, or clearing it did not help:\n{out}")
+        finally:
+            proxy.stop()
 
 
 if __name__ == "__main__":
