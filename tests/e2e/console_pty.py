@@ -9,7 +9,7 @@ import subprocess
 import sys
 import tempfile
 
-from harness import Terminal
+from harness import Terminal, read, write
 
 # Lines that carry a password: none may reach the history file.
 SECRET_LINES = [
@@ -52,10 +52,8 @@ def main():
         env = dict(os.environ, HOME=home, TERM="dumb", LC_ALL="C.UTF-8")
         for name in ("LEXCTL3_SERVER", "LEXCTL3_USERID", "LEXCTL3_PASSWD"):
             env.pop(name, None)
-        with open(os.path.join(home, "sample-input.txt"), "w") as f:
-            f.write("hello\n")
-        with open(os.path.join(home, "setup-script.lex"), "w") as f:
-            f.write("echo from the script\n")
+        write(home, "sample-input.txt", "hello\n")
+        write(home, "setup-script.lex", "echo from the script\n")
         old_umask = os.umask(0o022)  # what a history file would get by default
         s = Terminal([lexctl], home, env)
         os.umask(old_umask)
@@ -69,9 +67,7 @@ def main():
         if status != 0:
             raise AssertionError(f"exit status {status}")
 
-        history_path = os.path.join(home, ".lexctl3_history")
-        with open(history_path) as f:
-            history = f.read()
+        history_path, history = os.path.join(home, ".lexctl3_history"), read(home, ".lexctl3_history")
         for kept in ("echo {{v}}", "echo kept-line", "tfile -blocks -?", "help udump", "setopt server 127.0.0.1:9"):
             if kept not in history:
                 raise AssertionError(f"history file lacks the typed line {kept!r}:\n{history}")

@@ -52,14 +52,14 @@ class Lexsim:
 
 def run(lexctl, cwd, lines, errexit=False, timeout=120, env=None):
     """Runs the lines as a script in cwd (its HOME); the finished process, text."""
-    with open(os.path.join(cwd, "run.lex"), "w", encoding="utf-8") as f:
-        f.write("\n".join(lines) + "\n")
+    write(cwd, "run.lex", "\n".join(lines) + "\n")
     return subprocess.run([lexctl] + (["--errexit"] if errexit else []) + ["--script", "run.lex"], cwd=cwd,
                           capture_output=True, text=True, timeout=timeout, env=env or dict(os.environ, HOME=cwd))
 
 
 def write(cwd, name, body):
-    with open(os.path.join(cwd, name), "wb" if isinstance(body, bytes) else "w") as f:
+    binary = isinstance(body, bytes)
+    with open(os.path.join(cwd, name), "wb" if binary else "w", encoding=None if binary else "utf-8") as f:
         f.write(body)
 
 

@@ -16,7 +16,7 @@ import sys
 import tempfile
 import time
 
-from harness import LAYERS, Checks, Lexsim, Terminal, free_port, run, stop_process, write
+from harness import LAYERS, Checks, Lexsim, Terminal, free_port, read, run, stop_process, write
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
 OK, NO = True, False
@@ -33,11 +33,10 @@ def make_ca(name, cwd):
             "-addext", "basicConstraints=critical,CA:TRUE", "-addext", "keyUsage=keyCertSign,cRLSign",
             cwd=cwd)
     os.makedirs(os.path.join(cwd, f"{name}.db"), exist_ok=True)
-    open(os.path.join(cwd, f"{name}.db", "index.txt"), "w").close()
-    with open(os.path.join(cwd, f"{name}.cnf"), "w") as f:
-        f.write(f"""[ca]
+    write(cwd, f"{name}.db/index.txt", "")
+    write(cwd, f"{name}.db/serial", "1000\n")
+    write(cwd, f"{name}.cnf", f"""[ca]
 default_ca = ca
-[ca]
 dir = {name}.db
 database = $dir/index.txt
 new_certs_dir = $dir
@@ -51,8 +50,6 @@ copy_extensions = copy
 [any]
 commonName = supplied
 """)
-    with open(os.path.join(cwd, f"{name}.db", "serial"), "w") as f:
-        f.write("1000\n")
 
 
 def make_cert(name, cn, sans, cwd, ca="ca", start=None, end=None, self_signed=False):
@@ -129,8 +126,7 @@ def main():
                 "-out", "client.csr", "-subj", "/CN=lexctl3-client", cwd=cwd)
         openssl("ca", "-batch", "-config", "ca.cnf", "-in", "client.csr", "-out", "client.crt", "-notext",
                 "-days", "30", cwd=cwd)
-        with open(os.path.join(cwd, "client.pem"), "w") as f:
-            f.write(open(os.path.join(cwd, "client.crt")).read() + open(os.path.join(cwd, "client.key")).read())
+        write(cwd, "client.pem", read(cwd, "client.crt") + read(cwd, "client.key"))
         # The CA file is given by name; cacert.pem in the folder is the default one.
         for name, (_, _, _, expected) in CASES.items():
             with Lexsim(lexsim, ["--tls-cert", f"{name}.pem", "--tls-key", f"{name}.key"], cwd) as sim:

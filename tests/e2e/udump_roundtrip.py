@@ -15,7 +15,7 @@ import re
 import sys
 import tempfile
 
-from harness import LOGIN, Checks, Lexsim, Relay, write
+from harness import LOGIN, Checks, Lexsim, Relay, read, write
 from harness import run as run_lines
 
 
@@ -69,8 +69,7 @@ def read_export(cwd, name):
     found = [f for f in os.listdir(cwd) if f.startswith(name + ".")]
     if len(found) != 1:
         return b""
-    with open(os.path.join(cwd, found[0]), "rb") as f:
-        data = f.read()
+    data = read(cwd, found[0], "rb")
     os.remove(os.path.join(cwd, found[0]))
     return data
 
