@@ -3,7 +3,7 @@
 
 A case file is a script followed by sections that start with a line
 "#### NAME [ARG]":
-  #### args            command-line arguments, one per line ({script} = the script)
+  #### args            command-line arguments, one per line
   #### stdin           text fed to standard input (default: nothing)
   #### file PATH       a file created in the working folder before the run
                       ({server} in it is lexsim's address)
@@ -14,8 +14,7 @@ A case file is a script followed by sections that start with a line
   #### exit            expected exit status (default: 0)
   #### result PATH     expected content of a file after the run
   #### absent GLOB     no file may match GLOB after the run
-  #### lexsim          run against a fresh lexsim (its extra arguments, one per line);
-                      the script finds its URL in {{server}}
+  #### lexsim          run against a fresh lexsim; the script finds its URL in {{server}}
   #### lexsim admin    the same, the script starting with lexsim as its server
                       and admin logged in
   #### stdout LAYER    expected standard output for one comms layer only
@@ -107,13 +106,12 @@ def main():
         sim = None
         write_files(False)
         if "args" in sections:
-            args = [a.replace("{script}", "case.lex") for a in sections["args"].splitlines()]
+            args = sections["args"].splitlines()
         else:
             args = ["--script", "case.lex"]
         lexsim = next((name for name in sections if name.split(" ")[0] == "lexsim"), None)
         if lexsim:
-            extra = [a.replace("{cwd}", cwd) for a in sections[lexsim].splitlines() if a.strip()]
-            sim = Lexsim(lexsim_binary, extra, cwd)
+            sim = Lexsim(lexsim_binary, cwd=cwd)
             prelude = [f"@setvar server {sim.server}"]
             if lexsim == "lexsim admin":
                 prelude += [f"@setopt server {sim.server}", "@setopt userid admin", "@setopt passwd admin"]
