@@ -74,9 +74,8 @@ def read_export(cwd, name):
     return data
 
 
-# Two users who share dictionaries with each other. The user id, the user
-# name, the property keys and values and the dictionaries' texts hold what
-# only quoting carries; the files of the first are named q_u_o_te_*.
+# The user id, the user name, the property keys and values and the dictionaries'
+# texts hold what only quoting carries; the first's files are named q_u_o_te_*.
 QUOTE_USER = 'q"u\\o;te'
 BOB = "bob"
 VALUES = {
