@@ -1,25 +1,12 @@
 #!/usr/bin/env python3
-"""Bad replies from a misbehaving loopback server end one command with a
-single "FAILED: ..." line, leave the settings as they were, and the next
-command works; on both comms layers. The server's modes:
-  notxml     200 with a body that is not XML
-  truncated  200 whose body stops halfway through the envelope
-  garbage    200 whose body never ends (bytes until the client gives up)
-  drip       a valid reply, one byte a second
-  silent     accepts, reads the request, never answers
-  reset      starts a reply, then resets the connection
-  http500    500 with an HTML body
-Replies in shapes lexsim never sends are read as they are meant:
-  fault-STYLE  the service's fault (NOT_FOUND, "no such dictionary", a session
-             token) as another SOAP stack writes it: STYLE is SOAP-ENV (gSOAP's
-             prefixes), soap (.NET), S (JAX-WS), default (a default namespace
-             and no prefixes at all) or soap12 (SOAP 1.2 with the prefix env);
-             the detail's error list echoes the licence the request carried;
-             its token signs the next request
-  attachments  a TranslateResponse whose document lists 100,000 attachments,
-             all but five of the same name (about 7 MB): they are one file with
-             the last one's bytes; of the five, three have names that try to
-             leave the output folder and one is empty
+"""Replies of a misbehaving loopback server, on both comms layers. Each of
+MODES ends one command with a single "FAILED: ..." line, leaves the settings
+as they were, and the next command works. The service's fault as other SOAP
+stacks write it (gSOAP's prefixes, .NET, JAX-WS, a default namespace without
+prefixes, SOAP 1.2) prints its detail, with the error list echoing the
+request's licence, and its token signs the next request. 100,000 attachments,
+all but five of one name, are one file with the last one's bytes; of the
+five, three have names that try to leave the output folder and one is empty.
 """
 import hashlib
 import hmac
@@ -149,16 +136,15 @@ def serve(conn, mode):
         conn.close()
 
 
-# mode: text the FAILED line must contain (per layer where they differ)
 NOT_SOAP = "The reply is not a complete SOAP message"
-MODES = {
-    "notxml": {"gsoap": NOT_SOAP, "windows": NOT_SOAP},
-    "truncated": {"gsoap": NOT_SOAP, "windows": NOT_SOAP},
-    "garbage": {"gsoap": "max message length exceeded", "windows": "reply too large"},
-    "silent": {"gsoap": "timed out", "windows": "Operation too slow"},
-    "drip": {"gsoap": "Operation too slow", "windows": "Operation too slow"},
-    "reset": {"gsoap": NOT_SOAP, "windows": "Connection reset"},
-    "http500": {"gsoap": "Internal Server Error (500)", "windows": "Internal Server Error (500)"},
+MODES = {  # mode: what the FAILED line holds on gsoap, on windows
+    "notxml": (NOT_SOAP, NOT_SOAP),  # 200 with a body that is not XML
+    "truncated": (NOT_SOAP, NOT_SOAP),  # the envelope stops halfway
+    "garbage": ("max message length exceeded", "reply too large"),  # a body that never ends
+    "silent": ("timed out", "Operation too slow"),  # the request read, never an answer
+    "drip": ("Operation too slow", "Operation too slow"),  # a valid reply, one byte a second
+    "reset": (NOT_SOAP, "Connection reset"),  # a reset halfway through the reply
+    "http500": ("Internal Server Error (500)",) * 2,  # with an HTML body
 }
 
 
@@ -224,9 +210,9 @@ def main():
     check = Checks("bad_replies")
     with tempfile.TemporaryDirectory(prefix="lexctl3-bad-") as cwd:
         with Lexsim(lexsim, cwd=cwd) as sim:
-            for mode, expected in MODES.items():
+            for mode, texts in MODES.items():
                 port = start_bad(mode)
-                for layer in LAYERS:
+                for layer, expected in zip(LAYERS, texts):
                     proc = run(lexctl, cwd, [f"setopt commslayer {layer}", "setopt timeout 3", *LOGIN,
                                              f"setopt server http://127.0.0.1:{port}", "@echo SETTINGS-BEFORE",
                                              "@setopt", "@echo CALL", "test -string bad", "@echo SETTINGS-AFTER",
@@ -237,7 +223,7 @@ def main():
                     failed = [line for line in call.splitlines() if line.startswith("FAILED")]
                     where = f"{mode} {layer}"
                     check(len(failed) == 1 and "EXCEPTION" not in call and "OK." not in call.splitlines() and
-                          expected[layer] in failed[0], f"{where}: expected one FAILED line with {expected[layer]!r}:"
+                          expected in failed[0], f"{where}: expected one FAILED line with {expected!r}:"
                           f"\n{call}")
                     check(before == after, f"{where}: settings changed:\n{before}\n---\n{after}")
                     check("OK." in nxt and proc.returncode == 0 and not proc.stderr,

@@ -30,19 +30,12 @@ class Pages(http.server.BaseHTTPRequestHandler):
 
     def do_GET(self):  # noqa: N802
         Pages.agents.append(self.headers.get("User-Agent"))
-        if self.path in REDIRECTS:
-            body = b"moved"
-            self.send_response(302)
+        status, kind, body = ((302, "text/plain", b"moved") if self.path in REDIRECTS else
+                              (200, *PAGES[self.path]) if self.path in PAGES else (404, "text/plain", b"no such page"))
+        self.send_response(status)
+        if status == 302:
             self.send_header("Location", REDIRECTS[self.path])
-            self.send_header("Content-Type", "text/plain")
-        elif self.path in PAGES:
-            kind, body = PAGES[self.path]
-            self.send_response(200)
-            self.send_header("Content-Type", kind)
-        else:
-            body = b"no such page"
-            self.send_response(404)
-            self.send_header("Content-Type", "text/plain")
+        self.send_header("Content-Type", kind)
         self.send_header("Content-Length", str(len(body)))
         self.end_headers()
         self.wfile.write(body)

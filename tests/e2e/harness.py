@@ -52,14 +52,14 @@ class Lexsim:
 
 def run(lexctl, cwd, lines, errexit=False, timeout=120, env=None):
     """Runs the lines as a script in cwd (its HOME); the finished process, text."""
-    with open(os.path.join(cwd, "run.lex"), "w", encoding="utf-8") as f:
-        f.write("\n".join(lines) + "\n")
+    write(cwd, "run.lex", "\n".join(lines) + "\n")
     return subprocess.run([lexctl] + (["--errexit"] if errexit else []) + ["--script", "run.lex"], cwd=cwd,
                           capture_output=True, text=True, timeout=timeout, env=env or dict(os.environ, HOME=cwd))
 
 
 def write(cwd, name, body):
-    with open(os.path.join(cwd, name), "wb" if isinstance(body, bytes) else "w") as f:
+    binary = isinstance(body, bytes)
+    with open(os.path.join(cwd, name), "wb" if binary else "w", encoding=None if binary else "utf-8") as f:
         f.write(body)
 
 
@@ -195,14 +195,50 @@ class Relay:
                 upstream.close()
 
 
-def pty_spawn(argv, cwd, env):
-    """Starts argv with a new pseudo-terminal as its controlling tty (so that
-    CTRL-C typed there is its SIGINT); returns the process and the master end."""
-    def controlling_tty():
-        os.setsid()
-        fcntl.ioctl(0, termios.TIOCSCTTY, 0)
-    master, slave = pty.openpty()
-    proc = subprocess.Popen(argv, stdin=slave, stdout=slave, stderr=slave, cwd=cwd, env=env, close_fds=True,
-                            preexec_fn=controlling_tty)
-    os.close(slave)
-    return proc, master
+class Terminal:
+    """argv with a new pseudo-terminal as its controlling tty, so that CTRL-C
+    typed there is its SIGINT and OpenSSL would ask there for a pass phrase."""
+
+    def __init__(self, argv, cwd, env, timeout=20):
+        def controlling_tty():
+            os.setsid()
+            fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+        self.master, slave = pty.openpty()
+        self.proc = subprocess.Popen(argv, stdin=slave, stdout=slave, stderr=slave, cwd=cwd, env=env, close_fds=True,
+                                     preexec_fn=controlling_tty)
+        os.close(slave)
+        self.timeout, self.seen = timeout, b""
+
+    def read(self):
+        """More output; nothing at its end or when none came in time."""
+        ready, _, _ = select.select([self.master], [], [], self.timeout)
+        try:
+            return os.read(self.master, 4096) if ready else b""
+        except OSError:  # the end, on Linux
+            return b""
+
+    def expect(self, text):
+        """Waits for text; later expectations look only at what follows it."""
+        want = text.encode()
+        while want not in self.seen:
+            chunk = self.read()
+            if not chunk:
+                raise AssertionError(f"no {text!r} in time; screen so far:\n{self.seen.decode(errors='replace')}")
+            self.seen += chunk
+        self.seen = self.seen[self.seen.index(want) + len(want):]
+
+    def send(self, text):
+        os.write(self.master, text.encode())
+
+    def close(self):
+        """The exit status (None when the program would not end) and the output not yet expected."""
+        while chunk := self.read():
+            self.seen += chunk
+        try:
+            status = self.proc.wait(timeout=self.timeout)
+        except subprocess.TimeoutExpired:
+            self.proc.kill()
+            self.proc.wait()
+            status = None
+        os.close(self.master)
+        return status, self.seen.decode(errors="replace")

@@ -40,8 +40,8 @@ def case_words(case_dir):
                 if line.startswith("#### "):
                     section = line[5:].split(" ")[0].strip()
                     continue
-                if section == "session" and line.startswith("> "):
-                    line = line[2:]
+                if section == "session" and line.startswith(("> ", "@")):
+                    line = line[2:] if line[0] == ">" else line
                 elif section not in ("script", "file", "args"):
                     continue
                 text = line.strip().lstrip(PREFIXES).strip()
@@ -74,11 +74,13 @@ def main():
     def in_help(name):
         pattern = r"(^|, )" + re.escape(name) + r"(, |\s|[A-Z]|$)"
         return any(re.search(pattern, line) for line in summary.splitlines())
-    options = set(re.findall(r"^  (\S+)", setopt_help, re.M))
+    head, _, listed = setopt_help.partition("\nAvailable options are:\n")
+    options = set(re.findall(r"^  (\S+) +\S", listed, re.M))  # each with its summary
     used = case_words(case_dir)
 
     commands = [r for r in rows if r[0] == "command"]
     check = Checks("manual_checks")
+    check(head.endswith("default filename will be used.\n"), f"\"help setopt\" lacks its usage:\n{head}")
     check(len(commands) >= 10, f"the table lists only {len(commands)} commands")
     aliases = {}
     for kind, name, *rest in rows:

@@ -1,18 +1,22 @@
 #!/usr/bin/env python3
-"""HTTPS certificate checks of both comms layers against lexsim.
+"""HTTPS certificate checks of both comms layers against lexsim, and both
+layers through a real HTTP proxy (tinyproxy on loopback).
 
 Makes a throw-away certificate authority with the openssl command, starts
 lexsim with one server certificate at a time, and runs `test` under every
 sslauth mode on both layers. Each layer must judge host names as strictly as
-curl does, and each mode must relax exactly what it names."""
+curl does, and each mode must relax exactly what it names. Through the proxy,
+plain HTTP goes out as proxy-form requests and HTTPS as a CONNECT tunnel in
+which the certificate is still checked; a proxy that is not there ends the
+command with one FAILED line, and clearing the setting makes the next work."""
 import os
-import select
+import socket
 import subprocess
 import sys
 import tempfile
 import time
 
-from harness import LAYERS, Checks, Lexsim, pty_spawn, run
+from harness import LAYERS, Checks, Lexsim, Terminal, free_port, read, run, stop_process, write
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
 OK, NO = True, False
@@ -29,11 +33,10 @@ def make_ca(name, cwd):
             "-addext", "basicConstraints=critical,CA:TRUE", "-addext", "keyUsage=keyCertSign,cRLSign",
             cwd=cwd)
     os.makedirs(os.path.join(cwd, f"{name}.db"), exist_ok=True)
-    open(os.path.join(cwd, f"{name}.db", "index.txt"), "w").close()
-    with open(os.path.join(cwd, f"{name}.cnf"), "w") as f:
-        f.write(f"""[ca]
+    write(cwd, f"{name}.db/index.txt", "")
+    write(cwd, f"{name}.db/serial", "1000\n")
+    write(cwd, f"{name}.cnf", f"""[ca]
 default_ca = ca
-[ca]
 dir = {name}.db
 database = $dir/index.txt
 new_certs_dir = $dir
@@ -47,8 +50,6 @@ copy_extensions = copy
 [any]
 commonName = supplied
 """)
-    with open(os.path.join(cwd, f"{name}.db", "serial"), "w") as f:
-        f.write("1000\n")
 
 
 def make_cert(name, cn, sans, cwd, ca="ca", start=None, end=None, self_signed=False):
@@ -107,34 +108,6 @@ def full_mode_failure(out):
     return "".join(line for line in body.splitlines() if line.startswith("FAILED"))
 
 
-def run_on_terminal(lexctl, cwd, lines, limit=60):
-    """Runs a script with a terminal as lexctl3's controlling tty, where
-    OpenSSL would ask for a pass phrase; None when it did not end in time."""
-    with open(os.path.join(cwd, "tty.lex"), "w") as f:
-        f.write("\n".join(lines) + "\n")
-    proc, master = pty_spawn([lexctl, "--script", "tty.lex"], cwd, dict(os.environ, HOME=cwd))
-    seen = b""
-    deadline = time.monotonic() + limit
-    try:
-        while time.monotonic() < deadline:
-            ready, _, _ = select.select([master], [], [], 1)
-            if ready:
-                try:
-                    chunk = os.read(master, 4096)
-                except OSError:
-                    chunk = b""
-                if not chunk:
-                    break
-                seen += chunk
-        else:
-            proc.kill()
-            return None
-    finally:
-        proc.wait()
-        os.close(master)
-    return seen.decode(errors="replace")
-
-
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
     check = Checks("tls_matrix")
@@ -153,8 +126,7 @@ def main():
                 "-out", "client.csr", "-subj", "/CN=lexctl3-client", cwd=cwd)
         openssl("ca", "-batch", "-config", "ca.cnf", "-in", "client.csr", "-out", "client.crt", "-notext",
                 "-days", "30", cwd=cwd)
-        with open(os.path.join(cwd, "client.pem"), "w") as f:
-            f.write(open(os.path.join(cwd, "client.crt")).read() + open(os.path.join(cwd, "client.key")).read())
+        write(cwd, "client.pem", read(cwd, "client.crt") + read(cwd, "client.key"))
         # The CA file is given by name; cacert.pem in the folder is the default one.
         for name, (_, _, _, expected) in CASES.items():
             with Lexsim(lexsim, ["--tls-cert", f"{name}.pem", "--tls-key", f"{name}.key"], cwd) as sim:
@@ -169,6 +141,8 @@ def main():
                           f"{name} {layer}: reason not named: {full_mode_failure(out)!r}")
                     if name == "good":
                         good_only(lexctl, cwd, sim.port, layer, check)
+                if name == "good":
+                    through_proxy(lexctl, lexsim, cwd, sim.port, check)
         with Lexsim(lexsim, ["--tls-cert", "good.pem", "--tls-key", "good.key", "--tls-client-ca", "ca.pem"],
                     cwd) as sim:
             url = f"https://localhost:{sim.port}"
@@ -184,7 +158,9 @@ def main():
                 for label, extra, good in (("key before pass", ["setopt sslkeyfile client.pem", "setopt sslkeypass kpw"], True),
                                            ("no pass", ["setopt sslkeyfile client.pem"], False),
                                            ("wrong pass", ["setopt sslkeypass nope", "setopt sslkeyfile client.pem"], False)):
-                    out = run_on_terminal(lexctl, cwd, base + extra + ["test -string tls", "test -string again"])
+                    write(cwd, "tty.lex", "\n".join(base + extra + ["test -string tls", "test -string again"]) + "\n")
+                    status, out = Terminal([lexctl, "--script", "tty.lex"], cwd, dict(os.environ, HOME=cwd)).close()
+                    out = out if status is not None else None
                     check(out is not None and "pass phrase" not in out.lower() and
                           (out.count("OK.") == 2 if good else out.count("FAILED") == 2 and "OK." not in out),
                           f"client key {layer} {label}: expected {'two OK.' if good else 'two FAILED'} and no "
@@ -228,6 +204,85 @@ def good_only(lexctl, cwd, port, layer, check):
     check(all(trusting.values()), f"good {layer}: CA directory not used: {trusting}")
     strangers, _ = run_modes(lexctl, cwd, url, layer, ["setopt sslcadir otherdir"])
     check(strangers == refused, f"good {layer}: a CA directory without the CA: {strangers}")
+
+
+class Tinyproxy:
+    def __init__(self, cwd):
+        self.log = os.path.join(cwd, "tinyproxy.log")
+        # A free port can be taken by a parallel test before tinyproxy binds
+        # it; tinyproxy then exits, and a fresh port is tried.
+        for _ in range(5):
+            if self._start(cwd):
+                return
+        raise RuntimeError("tinyproxy did not start")
+
+    def _start(self, cwd):
+        self.port = free_port()
+        conf = os.path.join(cwd, "tinyproxy.conf")
+        with open(conf, "w") as f:
+            # No ConnectPort line: CONNECT is allowed to any port.
+            f.write(f"Port {self.port}\nListen 127.0.0.1\nTimeout 30\nMaxClients 20\n"
+                    f"LogFile \"{self.log}\"\nLogLevel Info\nAllow 127.0.0.1\n")
+        self.proc = subprocess.Popen(["tinyproxy", "-d", "-c", conf], cwd=cwd,
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        deadline = time.monotonic() + 20
+        while True:
+            try:
+                socket.create_connection(("127.0.0.1", self.port), timeout=1).close()
+                if self.proc.poll() is None:
+                    return True
+            except OSError:
+                pass
+            if self.proc.poll() is not None or time.monotonic() > deadline:
+                self.stop()
+                return False
+            time.sleep(0.05)
+
+    def requests(self):
+        try:
+            with open(self.log, errors="replace") as f:
+                return [line for line in f if "Request (file descriptor" in line]
+        except FileNotFoundError:
+            return []
+
+    def stop(self):
+        stop_process(self.proc)
+
+
+def through_proxy(lexctl, lexsim, cwd, tls_port, check):
+    """A plain lexsim and the good certificate's through tinyproxy."""
+    with Lexsim(lexsim, cwd=cwd) as plain:
+        proxy = Tinyproxy(cwd)
+        tls_url = f"https://localhost:{tls_port}"
+        try:
+            for layer in LAYERS:
+                def through(server, *lines):
+                    seen = len(proxy.requests())
+                    out = run(lexctl, cwd, [f"setopt server {server}", f"setopt commslayer {layer}",
+                                            f"setopt proxy 127.0.0.1:{proxy.port}", *lines]).stdout
+                    return out, proxy.requests()[seen:]
+                # The second call reads the proxy setting after the first call's memory is gone.
+                out, new = through(plain.server, "test -string via-proxy", "test -string again")
+                check(out.count("OK.") == 2, f"{layer} http: calls through the proxy failed:\n{out}")
+                check(sum(f"POST {plain.url}" in line for line in new) == 2,
+                      f"{layer} http: not both calls as proxy-form requests: {new}")
+                out, new = through(tls_url, "setopt sslauth full", "setopt sslcafile ca.pem", "test -string tunnelled")
+                check("OK." in out, f"{layer} https: call through the tunnel failed:\n{out}")
+                check(any(f"CONNECT localhost:{tls_port}" in line for line in new), f"{layer} https: no CONNECT")
+                # The tunnel does not weaken the certificate check.
+                out, _ = through(tls_url, "setopt sslauth full", "setopt sslcafile nosuch.pem", "setopt sslcadir .",
+                                 "test -string untrusted")
+                check("OK." not in out and out.count("FAILED:") == 1,
+                      f"{layer} https: an untrusted server was accepted through the tunnel:\n{out}")
+                # No proxy listening: one FAILED line; without the proxy the next call works.
+                out = run(lexctl, cwd, [f"setopt server {plain.server}", f"setopt commslayer {layer}",
+                                        f"setopt proxy 127.0.0.1:{free_port()}", "test -string nowhere",
+                                        "setopt proxy \"\"", "setopt proxy", "test -string direct"]).stdout
+                before, _, after = out.partition("test -string direct")
+                check(before.count("FAILED:") == 1 and "OK." not in before and "OK." in after,
+                      f"{layer}: a missing proxy did not fail once, or clearing it did not help:\n{out}")
+        finally:
+            proxy.stop()
 
 
 if __name__ == "__main__":

@@ -1,17 +1,12 @@
 #!/usr/bin/env python3
-"""udump round trips.
-
-1. Two users who share dictionaries with each other, with values that only
-   quoting carries (quotes, a trailing backslash, "; shell touch INJECTED",
-   "-?", leading "#", "!", "@", "-", "/*"), are dumped together and replayed
-   into a fresh lexsim in one run under --errexit: main scripts first, then
-   the shares files. Nothing may run but the scripts' commands, and uget,
-   einfo -suserdic, the dictionaries' details and their exports must equal
-   the originals but for the DIDs.
-2. Replies of a hostile server (a relay that rewrites lexsim's replies) put a
-   line break, "{{x}}", quotes, a trailing backslash and "; shell" into each
-   field a dump writes, one at a time and all at once: udump must refuse the
-   user with its message and the run's error status, and write no script.
+"""udump round trips. Two users who share dictionaries, with values only
+quoting carries (quotes, a trailing backslash, "; shell touch INJECTED", "-?",
+a leading "#", "!", "@", "-" or "/*"), dumped together and replayed into a
+fresh lexsim under --errexit equal the originals but for the DIDs, and run
+nothing but the scripts' commands. A hostile server (a relay rewriting
+lexsim's replies) that puts a line break, "{{x}}", quotes, a trailing
+backslash or "; shell" into any field a dump writes gets the user refused,
+with the run's error status and no script written.
 
 Usage: udump_roundtrip.py LEXCTL3 LEXSIM LAYER"""
 import glob
@@ -20,9 +15,8 @@ import re
 import sys
 import tempfile
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from harness import LOGIN, Checks, Lexsim, Relay, write  # noqa: E402
-from harness import run as run_lines  # noqa: E402
+from harness import LOGIN, Checks, Lexsim, Relay, read, write
+from harness import run as run_lines
 
 
 def run(lexctl3, cwd, server, layer, body, errexit=False, status=None):
@@ -75,15 +69,13 @@ def read_export(cwd, name):
     found = [f for f in os.listdir(cwd) if f.startswith(name + ".")]
     if len(found) != 1:
         return b""
-    with open(os.path.join(cwd, found[0]), "rb") as f:
-        data = f.read()
+    data = read(cwd, found[0], "rb")
     os.remove(os.path.join(cwd, found[0]))
     return data
 
 
-# Two users who share dictionaries with each other. The user id, the user
-# name, the property keys and values and the dictionaries' texts hold what
-# only quoting carries; the files of the first are named q_u_o_te_*.
+# The user id, the user name, the property keys and values and the dictionaries'
+# texts hold what only quoting carries; the first's files are named q_u_o_te_*.
 QUOTE_USER = 'q"u\\o;te'
 BOB = "bob"
 VALUES = {

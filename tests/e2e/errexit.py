@@ -2,12 +2,10 @@
 """lexctl3 --errexit: one failure of each kind on the main thread ends the run
 after its report with status 2, and the other threads are stopped; a failed
 thread makes the status 2 too and is named on standard error."""
-import os
 import sys
 import tempfile
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
-from harness import LOGIN, Checks, Lexsim, run, write  # noqa: E402
+from harness import LOGIN, Checks, Lexsim, run, write
 
 FAULT = "SOAP EXCEPTION:\nErr: ACCESS_DENIED\nMsg: Fault requested by select key\n"
 SPIN = "proc begin spin\nsleep 100\nproc end\nloop spin count 1000\n"
