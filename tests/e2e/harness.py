@@ -144,22 +144,24 @@ def headers_of(head):
 class Relay:
     """An HTTP relay on loopback to lexsim's port (or, for a proxy-form request,
     to the host it names). It records every exchange, and replaces each key of
-    `rewrite` in a reply body by its value."""
+    `rewrite` in a reply body by its value. With `drop_kept` it closes a
+    connection that already carried a reply when the next request comes, as a
+    proxy that never says "Connection: close" does."""
 
     def __init__(self, target_port):
-        self.target, self.records, self.rewrite = ("127.0.0.1", target_port), [], {}
+        self.target, self.records, self.rewrite, self.drop_kept = ("127.0.0.1", target_port), [], {}, False
         self.lock, self.connections = threading.Lock(), itertools.count(1)
         self.port = serve_on_loopback(self.serve)
         self.server = f"http://127.0.0.1:{self.port}"
 
     def serve(self, client):
         conn_id = next(self.connections)
-        upstream, pending = None, b""
+        upstream, pending, answered = None, b"", False
         try:
             client.settimeout(30)
             while True:
                 message, pending = read_message(client, pending)
-                if not message:
+                if not message or (answered and self.drop_kept):
                     return
                 head, body = message
                 request_line, headers = headers_of(head)
@@ -185,6 +187,7 @@ class Relay:
                                          "display_lang": lang and lang.group(1).decode(), "body_start": body[:4],
                                          "reply_headers": headers_of(reply_head)[1]})
                 client.sendall(reply_head + b"\r\n\r\n" + reply_body)
+                answered = True
                 if self.records[-1]["reply_headers"].get("connection", "").lower() == "close":
                     return
         except OSError:

@@ -2,7 +2,8 @@
 """What lexctl3 puts on the wire, seen by a recording relay between it and
 lexsim, on both comms layers: compression only when asked, the trust and
 forwarding headers, Basic authentication on CreateSession only, the user
-agent, keep-alive, DIME, debug logs without the password, requests through
+agent, keep-alive (and a request again on a fresh connection when the
+peer closed the kept one), DIME, debug logs without the password, requests through
 an HTTP proxy, and the thread's uilang in the displayLang of every operation
 that has one."""
 import base64
@@ -44,6 +45,14 @@ def main():
                       f"{layer}: {r['operation']} authorization {h.get('authorization')!r}")
                 if layer == "windows":
                     check(h.get("user-agent") == "lexctl3 4.7.2 R52475", f"windows: user agent {h.get('user-agent')!r}")
+
+            # A peer that closes a kept-alive connection without saying so: the
+            # request that found it closed goes again, once, on a fresh one.
+            relay.drop_kept = True
+            out, records = exchange(layer, "test -string a", "test -string b", "test -string c")
+            relay.drop_kept = False
+            check(out.count("OK.") == 3 and len({r["connection"] for r in records}) == 3,
+                  f"{layer}: a silently closed connection failed a call:\n{out}")
 
             # Compression on, keep-alive off.
             out, records = exchange(layer, "setopt compress true", "setopt keepalive false",
