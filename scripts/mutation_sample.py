@@ -126,6 +126,16 @@ def run(cmd, cwd, log):
         return False
 
 
+def tests_pass(build, jobs, log, pattern=None):
+    """False only when a failing test fails again: a test that fails once on
+    a loaded machine and then passes does not count as a kill."""
+    cmd = ["ctest", "-j", jobs, "--timeout", "300", "--stop-on-failure"] + (["-R", pattern] if pattern else [])
+    if run(cmd, build, log):
+        return True
+    print("--- again, the tests that failed", file=log, flush=True)
+    return run(["ctest", "--timeout", "300", "--rerun-failed"], build, log)
+
+
 def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     ap.add_argument("--seed", type=int, default=20261126)
@@ -144,13 +154,23 @@ def main():
     if scratch == TOP or scratch.startswith(TOP + os.sep):
         sys.exit("the scratch folder must lie outside the tree")
     src, build = os.path.join(scratch, "src"), os.path.join(scratch, "build")
-    # A fresh copy of what git knows; the build folder is kept between runs.
-    shutil.rmtree(src, ignore_errors=True)
-    for path in subprocess.run(["git", "ls-files"], cwd=TOP, capture_output=True, text=True,
-                               check=True).stdout.split("\n"):
-        if path and os.path.isfile(os.path.join(TOP, path)):
-            os.makedirs(os.path.dirname(os.path.join(src, path)), exist_ok=True)
-            shutil.copy2(os.path.join(TOP, path), os.path.join(src, path))
+    # A copy of what git knows; the build folder is kept between runs. A file
+    # that differs from the copy (a mutant left by a run that was stopped) is
+    # written anew with a fresh time, so that the build sees it.
+    known = {p for p in subprocess.run(["git", "ls-files"], cwd=TOP, capture_output=True, text=True,
+                                       check=True).stdout.split("\n")
+             if p and os.path.isfile(os.path.join(TOP, p))}
+    for folder, _, names in os.walk(src):
+        for name in names:
+            if os.path.relpath(os.path.join(folder, name), src) not in known:
+                os.remove(os.path.join(folder, name))
+    for path in known:
+        mine, theirs = os.path.join(TOP, path), os.path.join(src, path)
+        if os.path.isfile(theirs) and open(mine, "rb").read() == open(theirs, "rb").read():
+            continue
+        os.makedirs(os.path.dirname(theirs), exist_ok=True)
+        shutil.copy2(mine, theirs)
+        os.utime(theirs)
     log = open(os.path.join(scratch, "mutation.log"), "w")
     jobs = str(os.cpu_count() or 2)
     if not (run(["cmake", "-S", src, "-B", build, "-DCMAKE_BUILD_TYPE=RelWithDebInfo"], scratch, log)
@@ -176,11 +196,10 @@ def main():
             if not run(["cmake", "--build", build, "-j", jobs], scratch, log):
                 verdict = "stillborn"
                 stillborn += 1
-            elif not run(["ctest", "-j", jobs, "--timeout", "300", "-R", AREA_TESTS.get(area_of(path), ".")],
-                         build, log):
+            elif not tests_pass(build, jobs, log, AREA_TESTS.get(area_of(path), ".")):
                 verdict = "killed (area)"
                 killed += 1
-            elif not run(["ctest", "-j", jobs, "--timeout", "300"], build, log):
+            elif not tests_pass(build, jobs, log):
                 verdict = "killed (suite)"
                 killed += 1
             else:
