@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <ctime>
+#include <regex>
 #include <string>
 #include <thread>
 
@@ -73,6 +75,33 @@ TEST_F(Script, LongLinesEncodingsAndLineEnds) {
   EXPECT_EQ(RunScript("@setopt utf8 true\n@echo caf\xE9\n"), "caf\xE9 \n");
   EXPECT_EQ(RunScript("@echo a \\\r\nb\r\n@echo c\\"), "a b \nc \n");
   EXPECT_EQ(RunScript("\n\n   \n\t\n"), "");
+}
+
+// What timers and stamps print agrees with the clock: the JUnit suite's time
+// is the sum of its cases', and a command's stamps carry today's date.
+TEST_F(Script, TimerSuiteTimeAndCommandStamps) {
+  auto today = [] {
+    time_t now = time(nullptr);
+    struct tm local;
+    localtime_r(&now, &local);
+    char date[16];
+    strftime(date, sizeof date, "%Y-%m-%d", &local);
+    return std::string(date);
+  };
+  std::string before = today();
+  std::string out = RunScript("@timer start a\n@timer lap a\n@timer start b\n@timer stop b\n"
+                              "@setopt timestamp true\n@timer tellxml s\n");
+  std::string after = today();
+  std::smatch m;
+  ASSERT_TRUE(std::regex_search(out, m, std::regex("<testsuite time='([0-9.]+)'"))) << out;
+  double suite = std::stod(m[1]), cases = 0;
+  std::regex main_case("class='main'[^>]* time='([0-9.]+)'");
+  for (auto it = std::sregex_iterator(out.begin(), out.end(), main_case); it != std::sregex_iterator(); ++it) {
+    cases += std::stod((*it)[1]);
+  }
+  EXPECT_NEAR(suite, cases, 0.0025) << out;
+  ASSERT_TRUE(std::regex_search(out, m, std::regex("End:   (\\d{4}-\\d{2}-\\d{2}) "))) << out;
+  EXPECT_TRUE(m[1] == before || m[1] == after) << out;
 }
 
 TEST_F(Script, ThreadsShareVariablesAndStayListedUntilJoined) {
