@@ -91,11 +91,11 @@ REASONS = {
 
 
 def run_modes(lexctl, cwd, url, layer, extra=()):
-    """{mode: accepted} for a test call in every sslauth mode, and the output."""
-    lines = []
+    """{mode: accepted} for a test call in every sslauth mode, one after the
+    other in one run (a new mode holds from the next call on), and the output."""
+    lines = [f"setopt server {url}", f"setopt commslayer {layer}", *extra]
     for mode in MODES:
-        lines += [f"setopt server {url}", f"setopt commslayer {layer}", f"setopt sslauth {mode}",
-                  *extra, "@echo RESULT-START", "test -string tls", "@echo RESULT-END"]
+        lines += [f"setopt sslauth {mode}", "@echo RESULT-START", "test -string tls", "@echo RESULT-END"]
     proc = run(lexctl, cwd, lines, timeout=300)
     results = ["OK." in chunk.split("RESULT-END")[0] for chunk in proc.stdout.split("RESULT-START")[1:]]
     if len(results) != len(MODES):
