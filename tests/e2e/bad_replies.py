@@ -7,7 +7,8 @@ prefixes, SOAP 1.2) prints its detail, with the error list echoing the
 request's licence, and its token signs the next request. 100,000 attachments,
 all but five of one name, are one file with the last one's bytes; of the
 five, three have names that try to leave the output folder and one is empty.
-A reply that failed halfway leaves no connection for the next call.
+A reply that failed halfway leaves no connection for the next call, and a
+new time-out holds from the next call on.
 """
 import hashlib
 import hmac
@@ -206,29 +207,37 @@ def attachment_checks(lexctl, cwd, check):
               f"attachments {layer}: an attachment was written outside its folder")
 
 
-def half_read_checks(lexctl, cwd, check):
-    """A reply that failed before its end leaves no connection behind: the
-    first connection's reply is 300 kB of junk that is never closed, every
-    later connection answers; the next call must take a new one."""
-    connections = []
+def later_call_checks(lexctl, cwd, check):
+    """What one call leaves behind does not reach the next: after a reply that
+    failed halfway (300 kB of junk on a connection left open) the next call
+    takes a new connection, and a new time-out holds from the next call on."""
+    replies = []  # what each new connection gets in turn; None: silence
 
-    def serve_half(conn):
-        connections.append(conn)
-        if read_request(conn) is not None:
-            body = ENVELOPE if len(connections) > 1 else b"junk " * 60000
-            conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n" % len(body)
-                         + body)
-            read_request(conn)
-        conn.close()
-    port = serve_on_loopback(serve_half)
-    for layer in LAYERS:
-        connections.clear()
-        proc = run(lexctl, cwd, [f"setopt commslayer {layer}", "setopt timeout 10", *LOGIN,
-                                 f"setopt server http://127.0.0.1:{port}", "test -string bad", "@echo NEXT",
-                                 'test -string "echoed text"'])
-        nxt = proc.stdout[proc.stdout.find("NEXT"):]
-        check("FAILED" in proc.stdout and "OK." in nxt and "FAILED" not in nxt,
-              f"half-read {layer}: the call after a half-read reply failed:\n{proc.stdout[-1500:]}")
+    def serve_in_turn(conn):
+        body = replies.pop(0) if replies else None
+        try:
+            if read_request(conn) is not None and body is not None:
+                conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n"
+                             % len(body) + body)
+            read_request(conn)  # held open until the client leaves, or for 10 s
+        except OSError:
+            pass
+        finally:
+            conn.close()
+    port = serve_on_loopback(serve_in_turn)
+    start = [*LOGIN, f"setopt server http://127.0.0.1:{port}"]
+    good = 'test -string "echoed text"'
+    for layer, timed_out in zip(LAYERS, MODES["silent"]):
+        replies[:] = [b"junk " * 60000, ENVELOPE]
+        out = run(lexctl, cwd, [f"setopt commslayer {layer}", *start, "test -string bad", "@echo NEXT", good]).stdout
+        bad, nxt = out.split("NEXT")
+        check("FAILED" in bad and "OK." in nxt and "FAILED" not in nxt,
+              f"half-read {layer}: the call after a half-read reply failed:\n{out[-1500:]}")
+        replies[:] = [ENVELOPE, None]
+        out = run(lexctl, cwd, [f"setopt commslayer {layer}", *start, "setopt keepalive false", good, "setopt timeout 2", "@echo NEXT",
+                                "test -string late"]).stdout
+        first, nxt = out.split("NEXT")
+        check("OK." in first and timed_out in nxt, f"time-out {layer}: a new time-out did not hold:\n{out[-1500:]}")
 
 
 def main():
@@ -255,7 +264,7 @@ def main():
                     check("OK." in nxt and proc.returncode == 0 and not proc.stderr,
                           f"{where}: the next command failed ({proc.returncode}):\n{nxt}{proc.stderr[-500:]}")
         fault_checks(lexctl, cwd, check)
-        half_read_checks(lexctl, cwd, check)
+        later_call_checks(lexctl, cwd, check)
         attachment_checks(lexctl, cwd, check)
     return check.report()
 
