@@ -82,7 +82,6 @@ struct DocOut {
   std::string type;  // "text", "html" or "xml"
   std::string encoding_used;
   std::vector<tr::UnknownOut> unknown;
-  size_t sentences = 0;
 };
 
 std::string Upper(std::string s) {
@@ -172,7 +171,6 @@ DocOut TranslateDocument(Call& call, const tr::Translator& translator, const std
     in.text = utf8;
     tr::BlockOut out = translator.Translate(in);
     d.unknown = out.unknown;
-    for (const tr::PartOut& p : out.parts) d.sentences += p.kind != 'S';
     d.data = (had_bom ? "\xEF\xBB\xBF" : "") + out.translation;
   } else if (d.type == "html") {
     std::string meta = tr::HtmlMetaCharset(bytes);
