@@ -28,6 +28,9 @@ const char kPluginId[] = "lexctl3-curl";
 
 // libcurl and the libraries it pulls in are many; they are loaded on the
 // first request of this layer so that start-up never pays for them.
+// The SSL_CTX libcurl hands over belongs to the OpenSSL libcurl loaded, which
+// need not be the one linked into this program: it is configured only
+// through that library's own functions, bound here beside libcurl's.
 struct CurlApi {
   decltype(&curl_global_init) global_init = nullptr;
   decltype(&curl_easy_init) easy_init = nullptr;
@@ -38,7 +41,13 @@ struct CurlApi {
   decltype(&curl_easy_strerror) easy_strerror = nullptr;
   decltype(&curl_slist_append) slist_append = nullptr;
   decltype(&curl_slist_free_all) slist_free_all = nullptr;
+  decltype(&SSL_CTX_set_verify) ctx_set_verify = nullptr;
+  decltype(&SSL_CTX_get0_param) ctx_get0_param = nullptr;
+  decltype(&X509_VERIFY_PARAM_set1_ip_asc) param_set1_ip_asc = nullptr;
+  decltype(&X509_STORE_CTX_get_error) store_get_error = nullptr;
+  decltype(&X509_STORE_CTX_set_error) store_set_error = nullptr;
   bool loaded = false;
+  bool tls_loaded = false;
 };
 
 const CurlApi& Curl() {
@@ -56,6 +65,13 @@ const CurlApi& Curl() {
                     bind(loaded.slist_append, "curl_slist_append") &&
                     bind(loaded.slist_free_all, "curl_slist_free_all");
     if (loaded.loaded) loaded.global_init(CURL_GLOBAL_DEFAULT);
+    void* ssl = OpenLibrary({"libssl.so.3"});
+    void* crypto = OpenLibrary({"libcrypto.so.3"});
+    loaded.tls_loaded = ssl && crypto && BindSymbol(ssl, loaded.ctx_set_verify, "SSL_CTX_set_verify") &&
+                        BindSymbol(ssl, loaded.ctx_get0_param, "SSL_CTX_get0_param") &&
+                        BindSymbol(crypto, loaded.param_set1_ip_asc, "X509_VERIFY_PARAM_set1_ip_asc") &&
+                        BindSymbol(crypto, loaded.store_get_error, "X509_STORE_CTX_get_error") &&
+                        BindSymbol(crypto, loaded.store_set_error, "X509_STORE_CTX_set_error");
     return loaded;
   }();
   return api;
@@ -91,48 +107,15 @@ int Register(struct soap* soap, struct soap_plugin* plugin, void* arg) {
 }
 
 
-// The SSL_CTX libcurl hands over belongs to the OpenSSL libcurl loaded,
-// which need not be the one linked into this program: it is configured only
-// through that library's own functions.
-struct CurlOpenSsl {
-  decltype(&SSL_CTX_set_verify) ctx_set_verify = nullptr;
-  decltype(&SSL_CTX_get0_param) ctx_get0_param = nullptr;
-  decltype(&X509_VERIFY_PARAM_set1_ip_asc) param_set1_ip_asc = nullptr;
-  decltype(&X509_STORE_CTX_get_error) store_get_error = nullptr;
-  decltype(&X509_STORE_CTX_set_error) store_set_error = nullptr;
-  bool loaded = false;
-};
-
-const CurlOpenSsl& TlsOfCurl() {
-  static const CurlOpenSsl api = [] {
-    CurlOpenSsl loaded;
-    void* ssl = OpenLibrary({"libssl.so.3"});
-    void* crypto = OpenLibrary({"libcrypto.so.3"});
-    if (!ssl || !crypto) return loaded;
-    loaded.loaded = BindSymbol(ssl, loaded.ctx_set_verify, "SSL_CTX_set_verify") &&
-                    BindSymbol(ssl, loaded.ctx_get0_param, "SSL_CTX_get0_param") &&
-                    BindSymbol(crypto, loaded.param_set1_ip_asc, "X509_VERIFY_PARAM_set1_ip_asc") &&
-                    BindSymbol(crypto, loaded.store_get_error, "X509_STORE_CTX_get_error") &&
-                    BindSymbol(crypto, loaded.store_set_error, "X509_STORE_CTX_set_error");
-    return loaded;
-  }();
-  return api;
-}
-
 int CurlVerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
-  if (ok) return ok;
-  const CurlOpenSsl& tls = TlsOfCurl();
-  int error = tls.store_get_error(store);
-  if (error != X509_V_ERR_CERT_HAS_EXPIRED && error != X509_V_ERR_CERT_NOT_YET_VALID) return ok;
-  tls.store_set_error(store, X509_V_OK);
-  return 1;
+  return ForgiveDates(ok, store, Curl().store_get_error, Curl().store_set_error);
 }
 
 CURLcode ConfigureTls(CURL*, void* ssl_ctx, void* data) {
   auto* rules = static_cast<const TlsRules*>(data);
   auto* ctx = static_cast<SSL_CTX*>(ssl_ctx);
-  const CurlOpenSsl& tls = TlsOfCurl();
-  if (!tls.loaded) return CURLE_SSL_ENGINE_INITFAILED;
+  const CurlApi& tls = Curl();
+  if (!tls.tls_loaded) return CURLE_SSL_ENGINE_INITFAILED;
   if (rules->ignore_dates) tls.ctx_set_verify(ctx, SSL_VERIFY_PEER, CurlVerifyIgnoringDates);
   if (!rules->ip_host.empty()) tls.param_set1_ip_asc(tls.ctx_get0_param(ctx), rules->ip_host.c_str());
   return CURLE_OK;

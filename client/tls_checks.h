@@ -13,6 +13,11 @@ struct TransportSettings;
 /// not-yet-valid certificates pass, untrusted or self-signed ones still fail.
 int VerifyIgnoringDates(int ok, X509_STORE_CTX* store);
 
+/// The same rule through a given OpenSSL copy's error accessors, for a
+/// library loaded beside the one linked in.
+int ForgiveDates(int ok, X509_STORE_CTX* store, decltype(&X509_STORE_CTX_get_error) get_error,
+                 decltype(&X509_STORE_CTX_set_error) set_error);
+
 /// Remember the first verification failure of this thread's handshake in
 /// LastVerifyError(), so that a refusal can name its reason; the second
 /// also forgives validity dates.
