@@ -1,4 +1,4 @@
-// Hostile input on the wire: 10,000 random and mutated requests over raw loopback sockets.
+// Hostile input on the wire: thousands of random and mutated requests over raw loopback sockets.
 // lexsim must answer each with HTTP or close, never crash or wedge, and still serve a
 // valid TestEcho afterwards. The seed is fixed; LEXSIM_FUZZ_SEED replays another one.
 #include <gtest/gtest.h>
@@ -16,7 +16,13 @@
 
 namespace {
 
+#if defined(__SANITIZE_THREAD__)
+// ThreadSanitizer looks for races, which a fifth of the cases meet as often; the
+// other builds run them all.
+constexpr int kCases = 2000;
+#else
 constexpr int kCases = 10000;
+#endif
 constexpr int kClientThreads = 4;
 
 std::string Gzip(const std::string& data) {
@@ -200,7 +206,7 @@ struct Generator {
   std::string head_, body_, line_, headers_, bomb_;
 };
 
-TEST(Fuzz, TenThousandHostileRequestsLeaveLexsimServing) {
+TEST(Fuzz, HostileRequestsLeaveLexsimServing) {
   uint64_t seed = 20260611;
   if (const char* s = std::getenv("LEXSIM_FUZZ_SEED")) seed = std::strtoull(s, nullptr, 10);
   SCOPED_TRACE("LEXSIM_FUZZ_SEED=" + std::to_string(seed));
