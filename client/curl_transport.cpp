@@ -108,7 +108,8 @@ int Register(struct soap* soap, struct soap_plugin* plugin, void* arg) {
 
 
 int CurlVerifyIgnoringDates(int ok, X509_STORE_CTX* store) {
-  return ForgiveDates(ok, store, Curl().store_get_error, Curl().store_set_error);
+  const CurlApi& api = Curl();
+  return ForgiveDates(ok, store, api.store_get_error, api.store_set_error);
 }
 
 CURLcode ConfigureTls(CURL*, void* ssl_ctx, void* data) {
