@@ -1,14 +1,10 @@
 #include "client/gsoap_transport.h"
 
-#include <fcntl.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 #include <strings.h>
-#include <sys/socket.h>
-#include <sys/time.h>
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -68,18 +64,7 @@ SOAP_SOCKET OpenPlain(struct soap* soap, const char* endpoint, const char* host,
   sockets->opened = true;
   sockets->direct_socket = SOAP_INVALID_SOCKET;
   if (!soap_valid_socket(socket) || soap->ssl) return socket;
-  int flags = fcntl(socket, F_GETFL);
-  if (flags < 0 || fcntl(socket, F_SETFL, flags & ~O_NONBLOCK) < 0) return socket;
-  // Positive time-outs are seconds, negative ones microseconds, 0 none.
-  auto interval = [](int timeout) {
-    struct timeval tv = {0, 0};
-    if (timeout > 0) tv.tv_sec = timeout;
-    if (timeout < 0) tv = {-timeout / 1000000, -timeout % 1000000};
-    return tv;
-  };
-  struct timeval receive = interval(soap->recv_timeout), send = interval(soap->send_timeout);
-  setsockopt(socket, SOL_SOCKET, SO_RCVTIMEO, &receive, sizeof(receive));
-  setsockopt(socket, SOL_SOCKET, SO_SNDTIMEO, &send, sizeof(send));
+  if (!MakeSocketBlocking(socket, soap->recv_timeout, soap->send_timeout)) return socket;
   sockets->direct_socket = socket;
   return socket;
 }
@@ -91,31 +76,18 @@ bool IsDirect(struct soap* soap) {
 int SendDirect(struct soap* soap, const char* data, size_t size) {
   if (!IsDirect(soap)) return SocketsOf(soap)->send(soap, data, size);
   while (size > 0) {
-    ssize_t sent = send(soap->socket, data, size, MSG_NOSIGNAL);
-    if (sent > 0) {
-      data += sent;
-      size -= static_cast<size_t>(sent);
-    } else if (sent < 0 && errno == EINTR) {
-      continue;
-    } else {
-      // EAGAIN on a blocking socket is its time-out; errnum 0 makes the
-      // library report it as one.
-      soap->errnum = sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK ? errno : 0;
-      return SOAP_EOF;
-    }
+    long long sent = SocketSend(soap->socket, data, size, soap->errnum);
+    if (sent <= 0) return SOAP_EOF;
+    data += sent;
+    size -= static_cast<size_t>(sent);
   }
   return SOAP_OK;
 }
 
 size_t RecvDirect(struct soap* soap, char* data, size_t size) {
   if (!IsDirect(soap)) return SocketsOf(soap)->recv(soap, data, size);
-  for (;;) {
-    ssize_t got = recv(soap->socket, data, size, 0);
-    if (got >= 0) return static_cast<size_t>(got);
-    if (errno == EINTR) continue;
-    soap->errnum = errno == EAGAIN || errno == EWOULDBLOCK ? 0 : errno;
-    return 0;
-  }
+  long long got = SocketReceive(soap->socket, data, size, soap->errnum);
+  return got > 0 ? static_cast<size_t>(got) : 0;
 }
 
 int StartReply(struct soap* soap) {

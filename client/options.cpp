@@ -25,6 +25,14 @@ enum Option {
 
 const char* const kSslWords[] = {"full", "noexpire", "nohost", "minimum", "none"};
 
+// "https:" anywhere in the server's address, in any case.
+bool MentionsHttps(const std::string& server) {
+  for (size_t at = 0; at + 6 <= server.size(); ++at) {
+    if (strncasecmp(server.c_str() + at, "https:", 6) == 0) return true;
+  }
+  return false;
+}
+
 void Show(ExecThread& thread, const char* name, const std::string& value) {
   PrintSetting(thread, "setopt", name, value);
 }
@@ -82,7 +90,7 @@ void Set(ExecThread& thread, LocalData& data, int option, const char* value_text
       data.RebuildContext();
       break;
     case kDime:
-      s.dime = strcasestr(s.server.c_str(), "https:") ? false : PrefixOf(value_text, "true");
+      s.dime = MentionsHttps(s.server) ? false : PrefixOf(value_text, "true");
       break;
     case kKeepalive:
       s.keepalive = PrefixOf(value_text, "true");

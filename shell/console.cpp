@@ -1,8 +1,5 @@
 #include "shell/console.h"
 
-#include <readline/history.h>
-#include <readline/readline.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -21,16 +18,19 @@ std::string history_path;
 
 // GNU readline is loaded only when a person is at the console: scripts and
 // command lines start without paying for it (and for the terminal library
-// it pulls in).
+// it pulls in). Its entry points are declared here, not by its headers,
+// so that a platform without readline builds this file too.
 struct Readline {
-  decltype(&::readline) read = nullptr;
-  decltype(&::add_history) add_history = nullptr;
-  decltype(&::read_history) read_history = nullptr;
-  decltype(&::append_history) append_history = nullptr;
-  decltype(&::history_truncate_file) truncate_history = nullptr;
-  decltype(&::rl_completion_matches) completion_matches = nullptr;
-  decltype(&::rl_line_buffer) line_buffer = nullptr;
-  decltype(&::rl_attempted_completion_over) completion_over = nullptr;
+  using CompletionEntry = char* (*)(const char*, int);
+  using CompletionFunction = char** (*)(const char*, int, int);
+  char* (*read)(const char*) = nullptr;
+  void (*add_history)(const char*) = nullptr;
+  int (*read_history)(const char*) = nullptr;
+  int (*append_history)(int, const char*) = nullptr;
+  int (*truncate_history)(const char*, int) = nullptr;
+  char** (*completion_matches)(const char*, CompletionEntry) = nullptr;
+  char** line_buffer = nullptr;
+  int* completion_over = nullptr;
 
   bool Load() {
     void* library = OpenLibrary({"libreadline.so.8", "libreadline.so"});
@@ -38,7 +38,7 @@ struct Readline {
     auto bind = [library](auto& target, const char* name) { return BindSymbol(library, target, name); };
     const char** name = nullptr;
     int* catch_signals = nullptr;
-    rl_completion_func_t** completion_function = nullptr;
+    CompletionFunction* completion_function = nullptr;
     if (!(bind(read, "readline") && bind(add_history, "add_history") && bind(read_history, "read_history") &&
           bind(append_history, "append_history") && bind(truncate_history, "history_truncate_file") &&
           bind(completion_matches, "rl_completion_matches") && bind(name, "rl_readline_name") &&

@@ -139,8 +139,7 @@ void TeeOnly(ExecThread& thread, const char* format, ...) {
 
 void ConsoleWrite(std::string_view text) {
   std::lock_guard<std::mutex> hold(console_lock);
-  fwrite(text.data(), 1, text.size(), stdout);
-  fflush(stdout);
+  WriteConsoleText(text);
 }
 
 void ConsoleOut(const char* format, ...) {

@@ -2,10 +2,12 @@
 // platform touches only platform_*.cpp.
 #pragma once
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "shell/version.h"
@@ -20,6 +22,10 @@ inline constexpr wchar_t kCrashDumpApplication[] = L"lexctl3-" LEXCTL_VERSION ".
 /// Process set-up: terminate handler, signal handling (CTRL-C ignored with
 /// a message), locale from the environment.
 void PlatformInit();
+
+/// Writes UTF-8 text to standard output and flushes it; a console gets it
+/// as UTF-16 where the platform has such a console.
+void WriteConsoleText(std::string_view text);
 
 /// Opens a file by its UTF-8 path.
 FILE* OpenFile(const char* path, const char* mode);
@@ -77,6 +83,15 @@ unsigned long ProcessId();
 void SetEnvironment(const char* name, const char* value);
 /// A null-device descriptor kept for the process's life, for a library that wants one.
 int NullDescriptor();
+/// Makes a connected socket blocking, with the library's time-outs (positive:
+/// seconds, negative: microseconds, 0: none) on the socket itself.
+bool MakeSocketBlocking(std::uintptr_t socket, int recv_timeout, int send_timeout);
+/// One send on a blocking socket, retried when interrupted: bytes sent, or
+/// 0 with error set (0 for a time-out, which the library reports as one).
+long long SocketSend(std::uintptr_t socket, const char* data, size_t size, int& error);
+/// One receive likewise: bytes received; 0 at the end of the stream (error
+/// untouched) or on failure (error set as for SocketSend).
+long long SocketReceive(std::uintptr_t socket, char* data, size_t size, int& error);
 /// True for a numeric IPv4 or IPv6 address.
 bool IsIpAddress(const std::string& host);
 

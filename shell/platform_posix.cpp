@@ -7,7 +7,9 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,6 +56,11 @@ void PlatformInit() {
   // A peer that drops a connection must not end the process.
   signal(SIGPIPE, SIG_IGN);
   setlocale(LC_ALL, "");
+}
+
+void WriteConsoleText(std::string_view text) {
+  fwrite(text.data(), 1, text.size(), stdout);
+  fflush(stdout);
 }
 
 FILE* OpenFile(const char* path, const char* mode) { return fopen(path, mode); }
@@ -222,6 +229,43 @@ void SetEnvironment(const char* name, const char* value) { setenv(name, value, 1
 int NullDescriptor() {
   static const int fd = open("/dev/null", O_RDWR | O_CLOEXEC);
   return fd;
+}
+
+bool MakeSocketBlocking(std::uintptr_t socket, int recv_timeout, int send_timeout) {
+  int fd = static_cast<int>(socket);
+  int flags = fcntl(fd, F_GETFL);
+  if (flags < 0 || fcntl(fd, F_SETFL, flags & ~O_NONBLOCK) < 0) return false;
+  auto interval = [](int timeout) {
+    struct timeval tv = {0, 0};
+    if (timeout > 0) tv.tv_sec = timeout;
+    if (timeout < 0) tv = {-timeout / 1000000, -timeout % 1000000};
+    return tv;
+  };
+  struct timeval receive = interval(recv_timeout), send = interval(send_timeout);
+  setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &receive, sizeof(receive));
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &send, sizeof(send));
+  return true;
+}
+
+long long SocketSend(std::uintptr_t socket, const char* data, size_t size, int& error) {
+  for (;;) {
+    ssize_t sent = send(static_cast<int>(socket), data, size, MSG_NOSIGNAL);
+    if (sent > 0) return sent;
+    if (sent < 0 && errno == EINTR) continue;
+    // EAGAIN on a blocking socket is its time-out.
+    error = sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK ? errno : 0;
+    return 0;
+  }
+}
+
+long long SocketReceive(std::uintptr_t socket, char* data, size_t size, int& error) {
+  for (;;) {
+    ssize_t got = recv(static_cast<int>(socket), data, size, 0);
+    if (got >= 0) return got;
+    if (errno == EINTR) continue;
+    error = errno == EAGAIN || errno == EWOULDBLOCK ? 0 : errno;
+    return 0;
+  }
 }
 
 bool IsIpAddress(const std::string& host) {
