@@ -28,7 +28,7 @@ const OptionDef kOptions[] = {
 };
 
 const char kUsage[] =
-    "Usage: lexctl3 [--script SCRIPT] [--output FILE] [COMMANDS]\n\n"
+    "Usage: " LEXCTL_EXECUTABLE " [--script SCRIPT] [--output FILE] [COMMANDS]\n\n"
     " --script SCRIPT    Execute commands from a script file. If a script is\n"
     "                    used, all other command line arguments are ignored.\n"
     " --output FILE      Writes all output to the specified file. This inserts\n"
