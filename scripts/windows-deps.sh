@@ -115,13 +115,20 @@ source_dir() {
 mkdir -p "$prefix/lib" "$prefix/include"
 times=$deps/build-times.txt
 
-if [ ! -f "$prefix/lib/libssl.a" ] || [ ! -f "$prefix/lib/libcrypto.a" ]; then
-  openssl_src=$(source_dir openssl)
+# Sets package_src, build (a fresh folder) and start for one dependency.
+begin_build() {
+  local package=$1 title=$2
+  package_src=$(source_dir "$package")
   start=$SECONDS
-  echo "Building OpenSSL for $host from $(basename "$openssl_src")"
-  build=$deps/build/openssl
+  echo "Building $title for $host from $(basename "$package_src")"
+  build=$deps/build/$package
   rm -rf "$build"
   mkdir -p "$build"
+}
+
+if [ ! -f "$prefix/lib/libssl.a" ] || [ ! -f "$prefix/lib/libcrypto.a" ]; then
+  begin_build openssl OpenSSL
+  openssl_src=$package_src
   (
     cd "$build"
     # OpenSSL 3.0 has no "no-docs"; build_libs and install_dev make none anyway.
@@ -135,12 +142,8 @@ if [ ! -f "$prefix/lib/libssl.a" ] || [ ! -f "$prefix/lib/libcrypto.a" ]; then
 fi
 
 if [ ! -f "$prefix/lib/libgsoapssl++.a" ]; then
-  gsoap_src=$(source_dir gsoap)
-  start=$SECONDS
-  echo "Building gSOAP's run-time for $host from $(basename "$gsoap_src")"
-  build=$deps/build/gsoap
-  rm -rf "$build"
-  mkdir -p "$build"
+  begin_build gsoap "gSOAP's run-time"
+  gsoap_src=$package_src
   # The flags libgsoapssl++ has on Linux: struct soap must be the same for
   # the run-time and the code soapcpp2 generates.
   flags=(-O2 -w -DWITH_IPV6 -DWITH_OPENSSL -DWITH_GZIP -DWITH_DOM -I"$gsoap_src/gsoap" -I"$prefix/include")

@@ -181,14 +181,7 @@ bool ProcessTimes(long long& kernel_us, long long& user_us) {
 }
 
 bool NativeToUtf8(std::string& line) {
-  bool ascii = true;
-  for (unsigned char c : line) {
-    if (c >= 0x80) {
-      ascii = false;
-      break;
-    }
-  }
-  if (ascii) return true;
+  if (IsAscii(line)) return true;
   std::mbstate_t state{};
   const char* in = line.data();
   const char* end = in + line.size();

@@ -13,6 +13,7 @@
 #include <exception>
 
 #include "shell/platform.h"
+#include "shell/utf8.h"
 
 namespace lexctl {
 namespace {
@@ -264,14 +265,7 @@ bool ProcessTimes(long long& kernel_us, long long& user_us) {
 }
 
 bool NativeToUtf8(std::string& line) {
-  bool ascii = true;
-  for (unsigned char c : line) {
-    if (c >= 0x80) {
-      ascii = false;
-      break;
-    }
-  }
-  if (ascii) return true;
+  if (IsAscii(line)) return true;
   int n = MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, line.data(), static_cast<int>(line.size()), nullptr, 0);
   if (n <= 0) return false;
   std::wstring wide(n, L'\0');
