@@ -18,12 +18,13 @@
 namespace lexctl {
 namespace {
 
-std::wstring Widen(const char* text, UINT code_page = CP_UTF8) {
-  int n = MultiByteToWideChar(code_page, 0, text, -1, nullptr, 0);
+// Empty when the text does not convert (flags may ask for strictness).
+std::wstring Widen(std::string_view text, UINT code_page = CP_UTF8, DWORD flags = 0) {
+  int size = static_cast<int>(text.size());
+  int n = MultiByteToWideChar(code_page, flags, text.data(), size, nullptr, 0);
   if (n <= 0) return std::wstring();
   std::wstring wide(n, L'\0');
-  MultiByteToWideChar(code_page, 0, text, -1, wide.data(), n);
-  wide.resize(n - 1);
+  MultiByteToWideChar(code_page, flags, text.data(), size, wide.data(), n);
   return wide;
 }
 
@@ -116,9 +117,7 @@ void WriteConsoleText(std::string_view text) {
   }
   // A console shows UTF-16 whatever its code page; a redirected stdout gets UTF-8.
   fflush(stdout);
-  int n = MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), nullptr, 0);
-  std::wstring wide(n, L'\0');
-  MultiByteToWideChar(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), wide.data(), n);
+  std::wstring wide = Widen(text);
   DWORD written;
   WriteConsoleW(out, wide.data(), static_cast<DWORD>(wide.size()), &written, nullptr);
 }
@@ -266,11 +265,9 @@ bool ProcessTimes(long long& kernel_us, long long& user_us) {
 
 bool NativeToUtf8(std::string& line) {
   if (IsAscii(line)) return true;
-  int n = MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, line.data(), static_cast<int>(line.size()), nullptr, 0);
-  if (n <= 0) return false;
-  std::wstring wide(n, L'\0');
-  MultiByteToWideChar(CP_ACP, MB_ERR_INVALID_CHARS, line.data(), static_cast<int>(line.size()), wide.data(), n);
-  line = Narrow(wide.data(), n);
+  std::wstring wide = Widen(line, CP_ACP, MB_ERR_INVALID_CHARS);
+  if (wide.empty()) return false;
+  line = Narrow(wide.data(), static_cast<int>(wide.size()));
   return true;
 }
 
