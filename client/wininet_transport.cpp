@@ -126,6 +126,9 @@ class WinInetTransport : public Transport {
     return NullDescriptor();
   }
 
+  void BeginCall(struct soap*) override { lost_kept_ = false; }
+  bool LostKeptConnection(struct soap*) const override { return lost_kept_; }
+
   int Send(struct soap* soap, const char* data, size_t size);
   int Perform(struct soap* soap);
   size_t Receive(char* data, size_t size);
@@ -165,6 +168,11 @@ class WinInetTransport : public Transport {
   DWORD error_code_ = 0;
   std::string proxy_;
   std::string server_;  // host:port:scheme of connection_
+  // Whether the last reply left a connection open to reuse, and whether this
+  // call found such a one closed before any reply came.
+  bool kept_ = false;
+  bool lost_kept_ = false;
+  bool bare_reply_ = false;  // a status line alone, no headers, no body
   InternetHandle session_;
   InternetHandle connection_;
   InternetHandle request_;
@@ -267,6 +275,7 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
   std::string proxy = soap->proxy_host ? std::string(soap->proxy_host) + ":" + std::to_string(soap->proxy_port) : "";
   if (!session_.handle || proxy != proxy_) {
     connection_.Reset();
+    kept_ = false;
     server_.clear();
     proxy_ = proxy;
     std::string agent = client_name_ + kClientVersionSuffix;
@@ -288,6 +297,7 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
     connection_.Reset(
         InternetConnectA(session_.handle, host, parts.nPort, nullptr, nullptr, INTERNET_SERVICE_HTTP, 0, 0));
     server_ = connection_.handle ? server : "";
+    kept_ = false;
     if (!connection_.handle) {
       Fail(GetLastError());
       return false;
@@ -388,6 +398,17 @@ int WinInetTransport::Perform(struct soap* soap) {
   }
   if (state_ == kStreaming && !HttpEndRequestA(request_.handle, nullptr, 0, 0)) Fail(GetLastError());
   bool ok = error_.empty() && ReadReply(soap);
+  // A peer that closed a kept-alive connection: the request finds it gone
+  // (Wine's WinINet then reads nothing at all as a bare 200 reply).
+  bool nothing = error_code_ == ERROR_INTERNET_CONNECTION_RESET || error_code_ == ERROR_INTERNET_CONNECTION_ABORTED ||
+                 (ok && bare_reply_);
+  if (nothing) {
+    ok = false;
+    lost_kept_ = kept_;
+    error_code_ = 0;
+    error_ = "Empty reply from server";
+  }
+  kept_ = ok && keepalive_;
   if (!ok) {
     if (log_) {
       fprintf(log_, "! %s\n", error_.c_str());
@@ -395,7 +416,7 @@ int WinInetTransport::Perform(struct soap* soap) {
     }
     // A connection that failed is not one to reuse.
     connection_.Reset();
-    int status = error_code_ ? ErrorStatus(error_code_) : SOAP_HTTP_ERROR;
+    int status = nothing ? SOAP_EOF : error_code_ ? ErrorStatus(error_code_) : SOAP_HTTP_ERROR;
     std::string text = error_;
     ResetRequest();
     reply_body_.clear();
@@ -497,6 +518,7 @@ bool WinInetTransport::ReadReply(struct soap* soap) {
     fprintf(log_, "< [%zu bytes of body]\n", reply_body_.size());
     LogBody("< ", reply_body_.data(), std::min(reply_body_.size(), kLogBodyBytes));
   }
+  bare_reply_ = reply_.find("\r\n") + 2 == reply_.size() && reply_body_.empty();
   reply_ += "Content-Length: " + std::to_string(reply_body_.size()) + "\r\n\r\n";
   return true;
 }
