@@ -58,7 +58,20 @@ std::string ErrorText(DWORD error) {
   if (text) LocalFree(text);
   // The caller's line adds its own full stop.
   while (!message.empty() && strchr(" \r\n.", message.back())) message.pop_back();
-  return message.empty() ? "WinINet error " + std::to_string(error) : message;
+  if (!message.empty()) return message;
+  // Certificate refusals that Wine's WinINet has no text for.
+  switch (error) {
+    case ERROR_INTERNET_INVALID_CA:
+      return "The certificate authority is invalid or incorrect";
+    case ERROR_INTERNET_SEC_CERT_REV_FAILED:
+      return "The certificate's issuer could not be verified";
+    case ERROR_INTERNET_SEC_INVALID_CERT:
+      return "The SSL certificate is invalid";
+    case ERROR_INTERNET_SECURITY_CHANNEL_ERROR:
+      return "The secure channel could not be set up";
+    default:
+      return "WinINet error " + std::to_string(error);
+  }
 }
 
 int ErrorStatus(DWORD error) {
@@ -138,6 +151,7 @@ class WinInetTransport : public Transport {
   bool StartRequest(struct soap* soap, size_t body_size);
   bool Write(const char* data, size_t size);
   bool ReadReply(struct soap* soap);
+  bool DatesValid();
   void Fail(DWORD error) {
     if (!error_.empty()) return;
     error_code_ = error;
@@ -386,6 +400,28 @@ bool WinInetTransport::Write(const char* data, size_t size) {
   return true;
 }
 
+// Wine's WinINet lets a certificate's dates pass whenever the name check is
+// waived; only the date flag may waive them. It can be seen only once the
+// exchange is over (closing a request cut short would leave its connection
+// in the pool half-written), so the reply is then refused.
+bool WinInetTransport::DatesValid() {
+  if (security_flags_ & INTERNET_FLAG_IGNORE_CERT_DATE_INVALID) return true;
+  INTERNET_CERTIFICATE_INFO cert{};
+  DWORD cert_size = sizeof(cert);
+  if (!InternetQueryOptionA(request_.handle, INTERNET_OPTION_SECURITY_CERTIFICATE_STRUCT, &cert, &cert_size)) {
+    return true;  // not https
+  }
+  for (LPTSTR text : {cert.lpszSubjectInfo, cert.lpszIssuerInfo, cert.lpszProtocolName, cert.lpszSignatureAlgName,
+                      cert.lpszEncryptionAlgName}) {
+    if (text) LocalFree(text);
+  }
+  FILETIME now;
+  GetSystemTimeAsFileTime(&now);
+  if (CompareFileTime(&now, &cert.ftStart) >= 0 && CompareFileTime(&now, &cert.ftExpiry) <= 0) return true;
+  Fail(ERROR_INTERNET_SEC_CERT_DATE_INVALID);
+  return false;
+}
+
 int WinInetTransport::Perform(struct soap* soap) {
   if (state_ == kHead) {
     ResetRequest();
@@ -397,7 +433,7 @@ int WinInetTransport::Perform(struct soap* soap) {
     if (StartRequest(soap, body.size())) Write(body.data(), body.size());
   }
   if (state_ == kStreaming && !HttpEndRequestA(request_.handle, nullptr, 0, 0)) Fail(GetLastError());
-  bool ok = error_.empty() && ReadReply(soap);
+  bool ok = error_.empty() && ReadReply(soap) && DatesValid();
   // A peer that closed a kept-alive connection: the request finds it gone
   // (Wine's WinINet then reads nothing at all as a bare 200 reply).
   bool nothing = error_code_ == ERROR_INTERNET_CONNECTION_RESET || error_code_ == ERROR_INTERNET_CONNECTION_ABORTED ||
