@@ -173,6 +173,7 @@ class WinInetTransport : public Transport {
   std::string client_name_;
   bool keepalive_ = true;
   DWORD security_flags_ = 0;
+  bool https_ = false;
   std::string url_;
   State state_ = kHead;
   std::string head_;  // the request line and headers as gSOAP wrote them
@@ -285,6 +286,7 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
     return false;
   }
   bool https = parts.nScheme == INTERNET_SCHEME_HTTPS;
+  https_ = https;
 
   std::string proxy = soap->proxy_host ? std::string(soap->proxy_host) + ":" + std::to_string(soap->proxy_port) : "";
   if (!session_.handle || proxy != proxy_) {
@@ -405,11 +407,12 @@ bool WinInetTransport::Write(const char* data, size_t size) {
 // exchange is over (closing a request cut short would leave its connection
 // in the pool half-written), so the reply is then refused.
 bool WinInetTransport::DatesValid() {
-  if (security_flags_ & INTERNET_FLAG_IGNORE_CERT_DATE_INVALID) return true;
+  // Wine's WinINet crashes when asked for the certificate of a plain connection.
+  if (!https_ || (security_flags_ & INTERNET_FLAG_IGNORE_CERT_DATE_INVALID)) return true;
   INTERNET_CERTIFICATE_INFO cert{};
   DWORD cert_size = sizeof(cert);
   if (!InternetQueryOptionA(request_.handle, INTERNET_OPTION_SECURITY_CERTIFICATE_STRUCT, &cert, &cert_size)) {
-    return true;  // not https
+    return true;
   }
   for (LPTSTR text : {cert.lpszSubjectInfo, cert.lpszIssuerInfo, cert.lpszProtocolName, cert.lpszSignatureAlgName,
                       cert.lpszEncryptionAlgName}) {
