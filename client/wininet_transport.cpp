@@ -74,6 +74,11 @@ std::string ErrorText(DWORD error) {
   }
 }
 
+std::string TooSlow(int seconds) {
+  return "Operation too slow. Less than " + std::to_string(kLowSpeedLimit) + " bytes/sec transferred the last " +
+         std::to_string(seconds) + " seconds";
+}
+
 int ErrorStatus(DWORD error) {
   switch (error) {
     case ERROR_INTERNET_INVALID_CA:
@@ -435,12 +440,20 @@ int WinInetTransport::Perform(struct soap* soap) {
     body.swap(body_);
     if (StartRequest(soap, body.size())) Write(body.data(), body.size());
   }
-  if (state_ == kStreaming && !HttpEndRequestA(request_.handle, nullptr, 0, 0)) Fail(GetLastError());
-  bool ok = error_.empty() && ReadReply(soap) && DatesValid();
+  bool sent = state_ == kStreaming;
+  if (sent && !HttpEndRequestA(request_.handle, nullptr, 0, 0)) Fail(GetLastError());
+  bool unanswered = !error_.empty();
+  bool ok = !unanswered && ReadReply(soap) && DatesValid();
   // A peer that closed a kept-alive connection: the request finds it gone
   // (Wine's WinINet then reads nothing at all as a bare 200 reply).
-  bool nothing = error_code_ == ERROR_INTERNET_CONNECTION_RESET || error_code_ == ERROR_INTERNET_CONNECTION_ABORTED ||
+  bool nothing = (unanswered && (error_code_ == ERROR_INTERNET_CONNECTION_RESET ||
+                                 error_code_ == ERROR_INTERNET_CONNECTION_ABORTED)) ||
                  (ok && bare_reply_);
+  // A reply that never came within the time-out falls under the low-speed
+  // rule, as on the libcurl layer.
+  if (sent && error_code_ == ERROR_INTERNET_TIMEOUT && soap->recv_timeout > 0) {
+    error_ = TooSlow(soap->recv_timeout);
+  }
   if (nothing) {
     ok = false;
     lost_kept_ = kept_;
@@ -546,8 +559,7 @@ bool WinInetTransport::ReadReply(struct soap* soap) {
     if (now - window_start < std::chrono::seconds(window)) continue;
     if (window_bytes < static_cast<size_t>(kLowSpeedLimit) * window) {
       error_code_ = ERROR_INTERNET_TIMEOUT;
-      error_ = "Operation too slow. Less than " + std::to_string(kLowSpeedLimit) +
-               " bytes/sec transferred the last " + std::to_string(window) + " seconds";
+      error_ = TooSlow(window);
       return false;
     }
     window_start = now;
