@@ -65,6 +65,8 @@ std::string ErrorText(DWORD error) {
       return "The certificate authority is invalid or incorrect";
     case ERROR_INTERNET_SEC_CERT_REV_FAILED:
       return "The certificate's issuer could not be verified";
+    case WSAETIMEDOUT:
+      return "Timeout was reached";
     case ERROR_INTERNET_SEC_INVALID_CERT:
       return "The SSL certificate is invalid";
     case ERROR_INTERNET_SECURITY_CHANNEL_ERROR:
@@ -157,6 +159,7 @@ class WinInetTransport : public Transport {
   bool Write(const char* data, size_t size);
   bool ReadReply(struct soap* soap);
   bool DatesValid();
+  static void SetTimeouts(struct soap* soap, HINTERNET handle);
   void Fail(DWORD error) {
     if (!error_.empty()) return;
     error_code_ = error;
@@ -309,8 +312,6 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
       return false;
     }
   }
-  DWORD connect_ms = Millis(soap->connect_timeout);
-  InternetSetOptionA(session_.handle, INTERNET_OPTION_CONNECT_TIMEOUT, &connect_ms, sizeof(connect_ms));
   // The connection handle is kept while the server stays: WinINet reuses
   // its kept-alive sockets under it.
   std::string server = std::string(host) + ":" + std::to_string(parts.nPort) + (https ? ":s" : ":p");
@@ -324,6 +325,9 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
       return false;
     }
   }
+  // Wine's WinINet takes a request's time-outs from its connection handle
+  // and, once connected, from the request handle; Windows from either.
+  SetTimeouts(soap, connection_.handle);
   DWORD flags = INTERNET_FLAG_NO_CACHE_WRITE |
                 INTERNET_FLAG_NO_COOKIES | INTERNET_FLAG_NO_UI | INTERNET_FLAG_NO_AUTH | INTERNET_FLAG_NO_AUTO_REDIRECT;
   if (keepalive_) flags |= INTERNET_FLAG_KEEP_CONNECTION;
@@ -334,10 +338,7 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
     Fail(GetLastError());
     return false;
   }
-  DWORD connect = connect_ms, io = Millis(soap->send_timeout), receive = Millis(soap->recv_timeout);
-  InternetSetOptionA(request_.handle, INTERNET_OPTION_CONNECT_TIMEOUT, &connect, sizeof(connect));
-  InternetSetOptionA(request_.handle, INTERNET_OPTION_SEND_TIMEOUT, &io, sizeof(io));
-  InternetSetOptionA(request_.handle, INTERNET_OPTION_RECEIVE_TIMEOUT, &receive, sizeof(receive));
+  SetTimeouts(soap, request_.handle);
 
   std::string headers;
   size_t line = head_.find("\r\n") + 2;  // past the request line
@@ -383,8 +384,18 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
     fprintf(log_, "> [%zu bytes of body]\n", body_size);
     logged_body_ = 0;
   }
+  // A reused connection keeps the time-outs of the call that made it.
+  SetTimeouts(soap, request_.handle);
   state_ = kStreaming;
   return true;
+}
+
+void WinInetTransport::SetTimeouts(struct soap* soap, HINTERNET handle) {
+  DWORD connect = Millis(soap->connect_timeout), send = Millis(soap->send_timeout),
+        receive = Millis(soap->recv_timeout);
+  InternetSetOptionA(handle, INTERNET_OPTION_CONNECT_TIMEOUT, &connect, sizeof(connect));
+  InternetSetOptionA(handle, INTERNET_OPTION_SEND_TIMEOUT, &send, sizeof(send));
+  InternetSetOptionA(handle, INTERNET_OPTION_RECEIVE_TIMEOUT, &receive, sizeof(receive));
 }
 
 bool WinInetTransport::Write(const char* data, size_t size) {
@@ -451,7 +462,7 @@ int WinInetTransport::Perform(struct soap* soap) {
                  (ok && bare_reply_);
   // A reply that never came within the time-out falls under the low-speed
   // rule, as on the libcurl layer.
-  if (sent && error_code_ == ERROR_INTERNET_TIMEOUT && soap->recv_timeout > 0) {
+  if (sent && (error_code_ == ERROR_INTERNET_TIMEOUT || error_code_ == WSAETIMEDOUT) && soap->recv_timeout > 0) {
     error_ = TooSlow(soap->recv_timeout);
   }
   if (nothing) {
@@ -468,7 +479,9 @@ int WinInetTransport::Perform(struct soap* soap) {
     }
     // A connection that failed is not one to reuse.
     connection_.Reset();
-    int status = nothing ? SOAP_EOF : error_code_ ? ErrorStatus(error_code_) : SOAP_HTTP_ERROR;
+    // SOAP_EOF asks the caller to send the request again on a fresh connection.
+    int status = nothing ? (lost_kept_ ? SOAP_EOF : SOAP_TCP_ERROR)
+                         : error_code_ ? ErrorStatus(error_code_) : SOAP_HTTP_ERROR;
     std::string text = error_;
     ResetRequest();
     reply_body_.clear();
@@ -564,6 +577,13 @@ bool WinInetTransport::ReadReply(struct soap* soap) {
     }
     window_start = now;
     window_bytes = 0;
+  }
+  if (has_length && reply_body_.size() < length) {
+    // Wine's WinINet reads a reset connection as the end of the reply.
+    error_code_ = ERROR_INTERNET_CONNECTION_RESET;
+    error_ = "Connection reset or closed with " + std::to_string(length - reply_body_.size()) +
+             " bytes of the reply still to come";
+    return false;
   }
   if (log_) {
     fprintf(log_, "< [%zu bytes of body]\n", reply_body_.size());
