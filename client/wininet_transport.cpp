@@ -155,7 +155,7 @@ class WinInetTransport : public Transport {
 
  private:
   static int Register(struct soap* soap, struct soap_plugin* plugin, void* arg);
-  bool StartRequest(struct soap* soap, size_t body_size);
+  bool StartRequest(struct soap* soap, size_t body_size, const std::string* whole = nullptr);
   bool Write(const char* data, size_t size);
   bool ReadReply(struct soap* soap);
   bool DatesValid();
@@ -176,7 +176,7 @@ class WinInetTransport : public Transport {
   void LogLine(const char* prefix, const char* data, size_t size);
   void LogBody(const char* prefix, const char* data, size_t size);
 
-  enum State { kHead, kStreaming, kBuffering, kFailed };
+  enum State { kHead, kStreaming, kBuffering, kSent, kFailed };
 
   std::string client_name_;
   bool keepalive_ = true;
@@ -265,7 +265,9 @@ int WinInetTransport::Send(struct soap* soap, const char* data, size_t size) {
   for (size_t line = 0; line < head_.size(); line = head_.find("\r\n", line) + 2) {
     if (_strnicmp(head_.c_str() + line, "Content-Length:", 15) == 0) length = head_.c_str() + line + 15;
   }
-  if (!length) {
+  // Wine's WinINet loses a streamed body inside a proxy's tunnel.
+  bool tunnel = soap->proxy_host && _strnicmp(url_.c_str(), "https:", 6) == 0;
+  if (!length || tunnel) {
     state_ = kBuffering;
     body_ = std::move(rest);
     return SOAP_OK;
@@ -274,7 +276,7 @@ int WinInetTransport::Send(struct soap* soap, const char* data, size_t size) {
   return SOAP_OK;
 }
 
-bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
+bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size, const std::string* whole) {
   state_ = kFailed;
   if (body_size > 0xFFFFFFFFu) {
     error_ = "request too large";
@@ -362,7 +364,8 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
   INTERNET_BUFFERSA buffers{};
   buffers.dwStructSize = sizeof(buffers);
   buffers.dwBufferTotal = static_cast<DWORD>(body_size);
-  if (!HttpSendRequestExA(request_.handle, &buffers, nullptr, 0, 0)) {
+  if (whole ? !HttpSendRequestA(request_.handle, nullptr, 0, const_cast<char*>(whole->data()), buffers.dwBufferTotal)
+            : !HttpSendRequestExA(request_.handle, &buffers, nullptr, 0, 0)) {
     Fail(GetLastError());
     return false;
   }
@@ -386,7 +389,8 @@ bool WinInetTransport::StartRequest(struct soap* soap, size_t body_size) {
   }
   // A reused connection keeps the time-outs of the call that made it.
   SetTimeouts(soap, request_.handle);
-  state_ = kStreaming;
+  state_ = whole ? kSent : kStreaming;
+  if (whole) LogBody("> ", whole->data(), std::min(whole->size(), kLogBodyBytes));
   return true;
 }
 
@@ -423,8 +427,9 @@ bool WinInetTransport::Write(const char* data, size_t size) {
 // exchange is over (closing a request cut short would leave its connection
 // in the pool half-written), so the reply is then refused.
 bool WinInetTransport::DatesValid() {
-  // Wine's WinINet crashes when asked for the certificate of a plain connection.
-  if (!https_ || (security_flags_ & INTERNET_FLAG_IGNORE_CERT_DATE_INVALID)) return true;
+  // Wine's WinINet crashes when asked for the certificate of a plain
+  // connection or of one through a proxy.
+  if (!https_ || !proxy_.empty() || (security_flags_ & INTERNET_FLAG_IGNORE_CERT_DATE_INVALID)) return true;
   INTERNET_CERTIFICATE_INFO cert{};
   DWORD cert_size = sizeof(cert);
   if (!InternetQueryOptionA(request_.handle, INTERNET_OPTION_SECURITY_CERTIFICATE_STRUCT, &cert, &cert_size)) {
@@ -449,10 +454,10 @@ int WinInetTransport::Perform(struct soap* soap) {
   if (state_ == kBuffering) {
     std::string body;
     body.swap(body_);
-    if (StartRequest(soap, body.size())) Write(body.data(), body.size());
+    StartRequest(soap, body.size(), &body);
   }
-  bool sent = state_ == kStreaming;
-  if (sent && !HttpEndRequestA(request_.handle, nullptr, 0, 0)) Fail(GetLastError());
+  bool sent = state_ == kStreaming || state_ == kSent;
+  if (state_ == kStreaming && !HttpEndRequestA(request_.handle, nullptr, 0, 0)) Fail(GetLastError());
   bool unanswered = !error_.empty();
   bool ok = !unanswered && ReadReply(soap) && DatesValid();
   // A peer that closed a kept-alive connection: the request finds it gone
