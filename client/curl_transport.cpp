@@ -210,8 +210,8 @@ size_t CurlWrite(char* data, size_t size, size_t count, void* self) {
     transport->recv_paused_ = true;
     return CURL_WRITEFUNC_PAUSE;  // libcurl offers the same bytes again later
   }
-  if (taken > 0 && taken == queue.size()) {
-    queue.clear();
+  if (taken > 0 && (taken == queue.size() || taken >= kReplyQueueBytes)) {
+    queue.erase(0, taken);
     taken = 0;
   }
   queue.append(data, n);
@@ -311,6 +311,10 @@ void CurlTransport::SetTrace(const std::string& file) {
 }
 
 int CurlTransport::Open(struct soap*, const char* endpoint) {
+  EndTransfer();
+  request_.clear();
+  setup_error_.clear();
+  replying_ = false;
   url_ = endpoint ? endpoint : "";
   // gSOAP wants a descriptor; the connection itself is libcurl's.
   return NullDescriptor();

@@ -31,19 +31,25 @@ def copy_into(dst, path, start, length):
             length -= len(piece)
 
 
+def make_document(path, size):
+    """Writes a page of size bytes, most of it the photo."""
+    image = max(size - len(HEAD) - len(TAIL), 0)
+    with open(path, "wb") as f:
+        f.write(HEAD)
+        for at in range(0, image, 1 << 20):
+            f.write(base64.b64encode(os.urandom(3 << 18))[:min(1 << 20, image - at)])
+        f.write(TAIL)
+    return image
+
+
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
     size = int(float(sys.argv[3]) * (1 << 20)) if len(sys.argv) > 3 else 100 << 20
     check = Checks(f"large document ({size >> 20} MB)")
     # Made and compared a piece at a time: a child's peak memory counts what
     # this process held when it started the child.
-    image = max(size - len(HEAD) - len(TAIL), 0)
     with tempfile.TemporaryDirectory(prefix="lexctl3-large-") as cwd, Lexsim(lexsim, cwd=cwd) as sim:
-        with open(os.path.join(cwd, "doc.html"), "wb") as f:
-            f.write(HEAD)
-            for at in range(0, image, 1 << 20):
-                f.write(base64.b64encode(os.urandom(3 << 18))[:min(1 << 20, image - at)])
-            f.write(TAIL)
+        image = make_document(os.path.join(cwd, "doc.html"), size)
         write(cwd, "small.html", HEAD + b"SMALL" + TAIL)
         write(cwd, "rules.txt", "# no rules\n")
         tran = "tran -rules rules.txt -indata {}.html -outdata {}.out.html"
