@@ -322,7 +322,7 @@ int CurlTransport::Open(struct soap*, const char* endpoint) {
 
 int CurlTransport::Send(struct soap* soap, const char* data, size_t size) {
   if (started_ && !replying_) {
-    Feed(data, size);
+    if (!whole_) Feed(data, size);
     return SOAP_OK;
   }
   // A new request: what gSOAP left unread of the last reply is dropped.
@@ -337,9 +337,10 @@ int CurlTransport::Send(struct soap* soap, const char* data, size_t size) {
   size_t head_end = request_.find("\r\n\r\n");
   if (head_end == std::string::npos) return SOAP_OK;
   StartTransfer(soap, head_end);
+  if (!started_ || whole_) return SOAP_OK;
   std::string head;
   head.swap(request_);
-  if (started_) Feed(head.data() + head_end + 4, head.size() - head_end - 4);
+  Feed(head.data() + head_end + 4, head.size() - head_end - 4);
   return SOAP_OK;
 }
 
@@ -377,7 +378,9 @@ void CurlTransport::StartTransfer(struct soap* soap, size_t head_end) {
   headers_ = HeaderList(request_, head_end);
   if (!configured_) Configure();
   error_text_[0] = '\0';
-  api.easy_setopt(curl_, CURLOPT_POSTFIELDS, nullptr);
+  // A request that came in one piece (most do) goes out in one, with its head.
+  whole_ = length >= 0 && request_.size() - head_end - 4 == static_cast<size_t>(length);
+  api.easy_setopt(curl_, CURLOPT_POSTFIELDS, whole_ ? request_.data() + head_end + 4 : nullptr);
   api.easy_setopt(curl_, CURLOPT_READFUNCTION, CurlRead);
   api.easy_setopt(curl_, CURLOPT_READDATA, this);
   api.easy_setopt(curl_, CURLOPT_SEEKFUNCTION, CurlSeek);

@@ -86,7 +86,8 @@ class CurlTransport : public Transport {
   std::string ca_file_;
   std::string ca_problem_;  // a CA file or folder that is set but cannot be read
   std::string url_;
-  std::string request_;  // its head, until the transfer starts
+  std::string request_;  // its head, until the transfer starts; all of it when whole_
+  bool whole_ = false;
   std::string reply_headers_;
   std::string reply_body_;
   std::string reply_;
