@@ -41,6 +41,14 @@ struct CurlApi {
   decltype(&curl_easy_strerror) easy_strerror = nullptr;
   decltype(&curl_slist_append) slist_append = nullptr;
   decltype(&curl_slist_free_all) slist_free_all = nullptr;
+  decltype(&curl_easy_pause) easy_pause = nullptr;
+  decltype(&curl_multi_init) multi_init = nullptr;
+  decltype(&curl_multi_add_handle) multi_add = nullptr;
+  decltype(&curl_multi_remove_handle) multi_remove = nullptr;
+  decltype(&curl_multi_perform) multi_perform = nullptr;
+  decltype(&curl_multi_poll) multi_poll = nullptr;
+  decltype(&curl_multi_info_read) multi_info_read = nullptr;
+  decltype(&curl_multi_cleanup) multi_cleanup = nullptr;
   decltype(&SSL_CTX_set_verify) ctx_set_verify = nullptr;
   decltype(&SSL_CTX_get0_param) ctx_get0_param = nullptr;
   decltype(&X509_VERIFY_PARAM_set1_ip_asc) param_set1_ip_asc = nullptr;
@@ -63,7 +71,14 @@ const CurlApi& Curl() {
                     bind(loaded.easy_cleanup, "curl_easy_cleanup") &&
                     bind(loaded.easy_strerror, "curl_easy_strerror") &&
                     bind(loaded.slist_append, "curl_slist_append") &&
-                    bind(loaded.slist_free_all, "curl_slist_free_all");
+                    bind(loaded.slist_free_all, "curl_slist_free_all") &&
+                    bind(loaded.easy_pause, "curl_easy_pause") && bind(loaded.multi_init, "curl_multi_init") &&
+                    bind(loaded.multi_add, "curl_multi_add_handle") &&
+                    bind(loaded.multi_remove, "curl_multi_remove_handle") &&
+                    bind(loaded.multi_perform, "curl_multi_perform") &&
+                    bind(loaded.multi_poll, "curl_multi_poll") &&
+                    bind(loaded.multi_info_read, "curl_multi_info_read") &&
+                    bind(loaded.multi_cleanup, "curl_multi_cleanup");
     if (loaded.loaded) loaded.global_init(CURL_GLOBAL_DEFAULT);
     void* ssl = OpenLibrary({"libssl.so.3"});
     void* crypto = OpenLibrary({"libcrypto.so.3"});
@@ -84,8 +99,8 @@ CurlTransport* Find(struct soap* soap) {
 SOAP_SOCKET HookOpen(struct soap* soap, const char* endpoint, const char*, int) {
   return Find(soap)->Open(soap, endpoint);
 }
-int HookSend(struct soap* soap, const char* data, size_t size) { return Find(soap)->Send(data, size); }
-size_t HookRecv(struct soap* soap, char* data, size_t size) { return Find(soap)->Receive(data, size); }
+int HookSend(struct soap* soap, const char* data, size_t size) { return Find(soap)->Send(soap, data, size); }
+size_t HookRecv(struct soap* soap, char* data, size_t size) { return Find(soap)->Receive(soap, data, size); }
 int HookPrepareRecv(struct soap* soap) { return Find(soap)->Perform(soap); }
 int HookClose(struct soap*, SOAP_SOCKET) { return SOAP_OK; }
 int HookShutdown(struct soap*, SOAP_SOCKET, int) { return SOAP_OK; }
@@ -178,30 +193,82 @@ int ErrorStatus(CURLcode code) {
 
 }  // namespace
 
+// The reply waits here for gSOAP, at most this much at a time.
+constexpr size_t kReplyQueueBytes = size_t{1} << 20;
+
 size_t CurlWrite(char* data, size_t size, size_t count, void* self) {
   auto* transport = static_cast<CurlTransport*>(self);
   size_t n = size * count;
-  if (transport->reply_body_.size() + n > MaxReplyBytes()) {
+  // DIME attachments may go to files; gSOAP bounds the XML itself.
+  if (!transport->dime_reply_ && transport->reply_seen_ + n > MaxReplyBytes()) {
     transport->reply_too_large_ = true;
     return 0;  // libcurl ends the transfer
   }
-  transport->reply_body_.append(data, n);
+  std::string& queue = transport->reply_body_;
+  size_t& taken = transport->reply_pos_;
+  if (queue.size() - taken >= kReplyQueueBytes) {
+    transport->recv_paused_ = true;
+    return CURL_WRITEFUNC_PAUSE;  // libcurl offers the same bytes again later
+  }
+  if (taken > 0 && (taken == queue.size() || taken >= kReplyQueueBytes)) {
+    queue.erase(0, taken);
+    taken = 0;
+  }
+  queue.append(data, n);
+  transport->reply_seen_ += n;
   return n;
+}
+
+// libcurl sends a request again when a kept connection turns out dead,
+// which it finds out early: the start of each body is kept for that.
+constexpr size_t kReplayBytes = size_t{8} << 20;
+
+size_t CurlRead(char* data, size_t size, size_t count, void* self) {
+  auto* t = static_cast<CurlTransport*>(self);
+  std::string& replay = t->replay_;
+  if (t->read_pos_ < replay.size()) {
+    size_t n = std::min(size * count, replay.size() - t->read_pos_);
+    memcpy(data, replay.data() + t->read_pos_, n);
+    t->read_pos_ += n;
+    return n;
+  }
+  if (t->feed_left_ == 0) {
+    t->send_paused_ = true;
+    return CURL_READFUNC_PAUSE;  // until gSOAP writes the next piece
+  }
+  size_t n = std::min(size * count, t->feed_left_);
+  memcpy(data, t->feed_, n);
+  if (t->replay_whole_ && replay.size() + n <= kReplayBytes) {
+    replay.append(t->feed_, n);
+  } else if (t->replay_whole_) {
+    t->replay_whole_ = false;
+    std::string().swap(replay);
+  }
+  t->feed_ += n;
+  t->feed_left_ -= n;
+  t->read_pos_ += n;
+  return n;
+}
+
+int CurlSeek(void* self, curl_off_t offset, int origin) {
+  return origin == SEEK_SET && static_cast<CurlTransport*>(self)->Rewind(offset) ? CURL_SEEKFUNC_OK
+                                                                               : CURL_SEEKFUNC_CANTSEEK;
 }
 
 size_t CurlHeader(char* data, size_t size, size_t count, void* self) {
   auto* transport = static_cast<CurlTransport*>(self);
   size_t n = size * count;
   // Interim replies (100 Continue, a proxy's CONNECT) start a new header.
-  if (n >= 5 && strncmp(data, "HTTP/", 5) == 0) transport->reply_headers_.clear();
+  if (n >= 5 && strncmp(data, "HTTP/", 5) == 0) {
+    transport->reply_headers_.clear();
+    transport->dime_reply_ = false;
+  }
   if (transport->reply_headers_.size() + n > MaxReplyBytes()) return 0;
   transport->reply_headers_.append(data, n);
-  // A large body is held once, not grown by copies.
-  if (n > 15 && strncasecmp(data, "Content-Length:", 15) == 0) {
-    unsigned long long length = strtoull(data + 15, nullptr, 10);
-    if (length > transport->reply_body_.capacity() && length <= MaxReplyBytes()) {
-      transport->reply_body_.reserve(length);
-    }
+  if (n > 13 && strncasecmp(data, "Content-Type:", 13) == 0) {
+    const char* value = data + 13;
+    while (*value == ' ') ++value;
+    transport->dime_reply_ = strncasecmp(value, "application/dime", 16) == 0;
   }
   return n;
 }
@@ -223,6 +290,8 @@ std::unique_ptr<Transport> MakePlatformHttpTransport() { return std::make_unique
 CurlTransport::CurlTransport() = default;
 
 CurlTransport::~CurlTransport() {
+  EndTransfer();
+  if (multi_) Curl().multi_cleanup(multi_);
   if (curl_) Curl().easy_cleanup(curl_);
   if (trace_) fclose(trace_);
 }
@@ -242,73 +311,166 @@ void CurlTransport::SetTrace(const std::string& file) {
 }
 
 int CurlTransport::Open(struct soap*, const char* endpoint) {
+  EndTransfer();
   request_.clear();
-  request_sized_ = false;
+  setup_error_.clear();
+  replying_ = false;
   url_ = endpoint ? endpoint : "";
   // gSOAP wants a descriptor; the connection itself is libcurl's.
   return NullDescriptor();
 }
 
-int CurlTransport::Send(const char* data, size_t size) {
-  request_.append(data, size);
-  if (!request_sized_) {
-    // Once the headers are in, hold the whole request in one allocation:
-    // a large document must not be grown through copies of itself.
-    size_t head_end = request_.find("\r\n\r\n");
-    if (head_end != std::string::npos) {
-      request_sized_ = true;
-      std::string head = request_.substr(0, head_end + 2);
-      for (size_t line = 0; line < head.size();) {
-        size_t next = head.find("\r\n", line);
-        if (strncasecmp(head.c_str() + line, "Content-Length:", 15) == 0) {
-          unsigned long long length = strtoull(head.c_str() + line + 15, nullptr, 10);
-          if (length <= MaxReplyBytes()) request_.reserve(head_end + 4 + length);
-          break;
-        }
-        line = next + 2;
-      }
-    }
+int CurlTransport::Send(struct soap* soap, const char* data, size_t size) {
+  if (started_ && !replying_) {
+    if (!whole_) Feed(data, size);
+    return SOAP_OK;
   }
+  // A new request: what gSOAP left unread of the last reply is dropped.
+  if (replying_) {
+    EndTransfer();
+    request_.clear();
+    replying_ = false;
+  }
+  if (!setup_error_.empty()) return SOAP_OK;
+  // The head is gathered whole: libcurl needs its headers before the body.
+  request_.append(data, size);
+  size_t head_end = request_.find("\r\n\r\n");
+  if (head_end == std::string::npos) return SOAP_OK;
+  StartTransfer(soap, head_end);
+  if (!started_ || whole_) return SOAP_OK;
+  std::string head;
+  head.swap(request_);
+  Feed(head.data() + head_end + 4, head.size() - head_end - 4);
   return SOAP_OK;
 }
 
-int CurlTransport::Perform(struct soap* soap) {
+void CurlTransport::StartTransfer(struct soap* soap, size_t head_end) {
   const CurlApi& api = Curl();
+  EndTransfer();
+  setup_error_.clear();
   if (!api.loaded) {
-    return soap_set_sender_error(soap, "libcurl (libcurl.so.4) could not be loaded", nullptr, SOAP_PLUGIN_ERROR);
+    setup_error_ = "libcurl (libcurl.so.4) could not be loaded";
+    setup_status_ = SOAP_PLUGIN_ERROR;
+    return;
   }
   if (!curl_) curl_ = api.easy_init();
-  if (!curl_) return soap->error = SOAP_EOM;
-
+  if (!multi_) multi_ = api.multi_init();
+  if (!curl_ || !multi_) {
+    setup_error_ = "out of memory";
+    setup_status_ = SOAP_EOM;
+    return;
+  }
   if (!configured_) ca_problem_ = UnreadableCaSetting(settings_);
   // libcurl would name only the certificate it could not verify; a CA file
   // or folder that is set and cannot be read is the reason to name.
   if (!ca_problem_.empty() && strncasecmp(url_.c_str(), "https:", 6) == 0) {
-    request_.clear();
-    return soap_set_sender_error(soap, soap_strdup(soap, ca_problem_.c_str()), nullptr, SOAP_SSL_ERROR);
+    setup_error_ = ca_problem_;
+    setup_status_ = SOAP_SSL_ERROR;
+    return;
   }
-
-  std::string request;
-  request.swap(request_);
-  size_t head_end = request.find("\r\n\r\n");
-  if (head_end == std::string::npos) return soap_set_sender_error(soap, "incomplete request", nullptr, SOAP_HTTP_ERROR);
-  curl_slist* headers = HeaderList(request, head_end);
-  char error_text[CURL_ERROR_SIZE] = "";
+  long long length = -1;  // unknown: libcurl sends it chunked
+  for (size_t line = request_.find("\r\n"); line != std::string::npos && line < head_end;
+       line = request_.find("\r\n", line + 2)) {
+    if (strncasecmp(request_.c_str() + line + 2, "Content-Length:", 15) == 0) {
+      length = strtoll(request_.c_str() + line + 17, nullptr, 10);
+    }
+  }
+  headers_ = HeaderList(request_, head_end);
   if (!configured_) Configure();
-  api.easy_setopt(curl_, CURLOPT_POSTFIELDS, request.data() + head_end + 4);
-  api.easy_setopt(curl_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(request.size() - head_end - 4));
-  api.easy_setopt(curl_, CURLOPT_HTTPHEADER, headers);
-  api.easy_setopt(curl_, CURLOPT_ERRORBUFFER, error_text);
+  error_text_[0] = '\0';
+  // A request that came in one piece (most do) goes out in one, with its head.
+  whole_ = length >= 0 && request_.size() - head_end - 4 == static_cast<size_t>(length);
+  api.easy_setopt(curl_, CURLOPT_POSTFIELDS, whole_ ? request_.data() + head_end + 4 : nullptr);
+  api.easy_setopt(curl_, CURLOPT_READFUNCTION, CurlRead);
+  api.easy_setopt(curl_, CURLOPT_READDATA, this);
+  api.easy_setopt(curl_, CURLOPT_SEEKFUNCTION, CurlSeek);
+  api.easy_setopt(curl_, CURLOPT_SEEKDATA, this);
+  replay_.clear();
+  replay_whole_ = true;
+  read_pos_ = 0;
+  api.easy_setopt(curl_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(length));
+  api.easy_setopt(curl_, CURLOPT_HTTPHEADER, headers_);
+  api.easy_setopt(curl_, CURLOPT_ERRORBUFFER, error_text_);
   SetCallOptions(soap);
-
   ClearReply();
-  CURLcode code = api.easy_perform(curl_);
-  api.slist_free_all(headers);
-  if (code != CURLE_OK) {
-    std::string text = reply_too_large_ ? "reply too large" : *error_text ? error_text : api.easy_strerror(code);
-    reply_body_.clear();
-    return soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, ErrorStatus(code));
+  if (api.multi_add(multi_, curl_) != CURLM_OK) {
+    setup_error_ = "out of memory";
+    setup_status_ = SOAP_EOM;
+    return;
   }
+  started_ = true;
+  result_ = CURLE_OK;
+}
+
+bool CurlTransport::Rewind(long long offset) {
+  if (!replay_whole_ || offset < 0 || static_cast<unsigned long long>(offset) > replay_.size()) return false;
+  read_pos_ = static_cast<size_t>(offset);
+  return true;
+}
+
+template <typename Done>
+void CurlTransport::Drive(Done done) {
+  const CurlApi& api = Curl();
+  while (!finished_ && !done()) {
+    int running = 0;
+    api.multi_perform(multi_, &running);
+    int left = 0;
+    while (CURLMsg* message = api.multi_info_read(multi_, &left)) {
+      if (message->msg == CURLMSG_DONE) {
+        finished_ = true;
+        result_ = message->data.result;
+      }
+    }
+    if (finished_ || done()) break;
+    api.multi_poll(multi_, nullptr, 0, 1000, nullptr);
+  }
+}
+
+void CurlTransport::Feed(const char* data, size_t size) {
+  feed_ = data;
+  feed_left_ = size;
+  if (send_paused_) {
+    send_paused_ = false;
+    Curl().easy_pause(curl_, recv_paused_ ? CURLPAUSE_RECV : CURLPAUSE_CONT);
+  }
+  // A reply that ends the transfer early takes the rest of the body with it.
+  Drive([this] { return feed_left_ == 0; });
+  feed_left_ = 0;
+}
+
+int CurlTransport::TransferError(struct soap* soap) {
+  const CurlApi& api = Curl();
+  auto code = static_cast<CURLcode>(result_);
+  std::string text = reply_too_large_ ? "reply too large" : *error_text_ ? error_text_ : api.easy_strerror(code);
+  EndTransfer();
+  ClearReply();
+  return soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, ErrorStatus(code));
+}
+
+void CurlTransport::EndTransfer() {
+  if (started_) Curl().multi_remove(multi_, curl_);
+  if (headers_) Curl().slist_free_all(headers_);
+  headers_ = nullptr;
+  started_ = finished_ = false;
+  send_paused_ = recv_paused_ = false;
+  feed_left_ = 0;
+}
+
+int CurlTransport::Perform(struct soap* soap) {
+  if (!setup_error_.empty()) {
+    std::string text;
+    text.swap(setup_error_);
+    request_.clear();
+    return soap_set_sender_error(soap, soap_strdup(soap, text.c_str()), nullptr, setup_status_);
+  }
+  if (!started_) {
+    request_.clear();
+    return soap_set_sender_error(soap, "incomplete request", nullptr, SOAP_HTTP_ERROR);
+  }
+  replying_ = true;
+  // The head is complete once the body begins (or the transfer is over).
+  Drive([this] { return reply_body_.size() > reply_pos_; });
+  if (finished_ && result_ != CURLE_OK) return TransferError(soap);
   BuildReplyHead((soap->omode & SOAP_ENC_ZLIB) != 0);
   return SOAP_OK;
 }
@@ -376,6 +538,8 @@ void CurlTransport::SetCallOptions(struct soap* soap) {
 
 void CurlTransport::ClearReply() {
   reply_headers_.clear();
+  reply_seen_ = 0;
+  dime_reply_ = false;
   if (reply_body_.capacity() > (1u << 20)) {
     std::string().swap(reply_body_);
   } else {
@@ -383,6 +547,7 @@ void CurlTransport::ClearReply() {
   }
   reply_.clear();
   reply_pos_ = 0;
+  head_pos_ = 0;
   reply_too_large_ = false;
 }
 
@@ -412,27 +577,38 @@ void CurlTransport::BuildReplyHead(bool decoded) {
     reply_ += line + "\r\n";
   }
   if (first) reply_ = "HTTP/1.1 200 OK\r\n";
-  reply_ += "Content-Length: " + std::to_string(reply_body_.size()) + "\r\n\r\n";
+  // The body's length is not known yet: it ends where libcurl's ends.
+  reply_ += "\r\n";
 }
 
-size_t CurlTransport::Receive(char* data, size_t size) {
-  // The synthesized head first, then the body as libcurl delivered it.
-  size_t n = 0;
-  if (reply_pos_ < reply_.size()) {
-    n = std::min(size, reply_.size() - reply_pos_);
-    memcpy(data, reply_.data() + reply_pos_, n);
-  } else {
-    size_t offset = reply_pos_ - reply_.size();
-    n = std::min(size, reply_body_.size() - offset);
-    memcpy(data, reply_body_.data() + offset, n);
-    // Once the library has a large body, this copy is only weight.
-    if (n > 0 && offset + n == reply_body_.size() && reply_body_.size() > (1u << 20)) {
-      std::string().swap(reply_body_);
-      reply_pos_ = reply_.size();
-      return n;
-    }
+size_t CurlTransport::Receive(struct soap* soap, char* data, size_t size) {
+  // The synthesized head first, then the body as libcurl delivers it.
+  if (head_pos_ < reply_.size()) {
+    size_t n = std::min(size, reply_.size() - head_pos_);
+    memcpy(data, reply_.data() + head_pos_, n);
+    head_pos_ += n;
+    return n;
   }
+  if (!started_) return 0;
+  Drive([this] { return reply_body_.size() > reply_pos_; });
+  size_t n = std::min(size, reply_body_.size() - reply_pos_);
+  if (n == 0) {
+    if (result_ != CURLE_OK) {
+      TransferError(soap);
+      soap->errnum = 0;
+      // The reply's 200 must not pass for the reason the call failed.
+      soap->status = 0;
+      return 0;
+    }
+    EndTransfer();  // the connection goes back to libcurl's pool
+    return 0;
+  }
+  memcpy(data, reply_body_.data() + reply_pos_, n);
   reply_pos_ += n;
+  if (recv_paused_ && reply_body_.size() - reply_pos_ < kReplyQueueBytes / 2) {
+    recv_paused_ = false;
+    Curl().easy_pause(curl_, send_paused_ ? CURLPAUSE_SEND : CURLPAUSE_CONT);
+  }
   return n;
 }
 

@@ -25,6 +25,8 @@ constexpr size_t kMaxQueued = 512;
 // gSOAP looks attributes up in a list, so their number per element costs quadratic time:
 // 60,000 of them in one 1 MB request took ten seconds. No real request comes near this.
 constexpr unsigned kMaxAttributes = 256;
+// The request limit is for XML; DIME attachments after it may be this large.
+constexpr ULONG64 kMaxDimeRequest = 4ULL << 30;
 
 bool IsLoopback(const std::string& host) {
   return host.rfind("127.", 0) == 0 || host == "::1" || host.rfind("::ffff:127.", 0) == 0;
@@ -37,16 +39,48 @@ struct TagScan {
   enum { kText, kTag, kQuoted } state = kText;
   char quote = 0;
   unsigned attributes = 0;
+  // In a DIME request only the first record is XML: its header, then where it ends.
+  bool dime = false;
+  unsigned char head[12] = {};
+  size_t seen = 0;
+  size_t xml_end = 0;
 };
 thread_local TagScan t_scan;
 
-void StartBodyScan() { t_scan = TagScan{true}; }
+void StartBodyScan(bool dime) {
+  t_scan = TagScan{};
+  t_scan.active = true;
+  t_scan.dime = dime;
+}
+
+size_t Padded(size_t n) { return (n + 3) & ~size_t{3}; }
+
+// How much of buf is still the XML record; past it, attachments may exceed the XML limit.
+size_t XmlPart(struct soap* soap, TagScan& s, const char* buf, size_t len) {
+  if (!s.dime) return len;
+  for (size_t i = 0; s.seen + i < 12 && i < len; ++i) s.head[s.seen + i] = static_cast<unsigned char>(buf[i]);
+  if (s.xml_end == 0 && s.seen + len >= 12) {
+    const unsigned char* h = s.head;
+    if (h[0] & 1) {  // a chunked XML record: the limit stays on the whole request
+      s.dime = false;
+      return len;
+    }
+    s.xml_end = 12 + Padded((h[2] << 8) | h[3]) + Padded((h[4] << 8) | h[5]) + Padded((h[6] << 8) | h[7]) +
+                Padded((size_t{h[8]} << 24) | (h[9] << 16) | (h[10] << 8) | h[11]);
+  }
+  size_t start = s.seen;
+  s.seen += len;
+  if (s.xml_end == 0 || s.seen < s.xml_end) return len;
+  s.active = false;
+  soap->recv_maxlength = kMaxDimeRequest;
+  return s.xml_end > start ? s.xml_end - start : 0;
+}
 
 int PrepareRecvHook(struct soap* soap, const char* buf, size_t len) {
   TagScan& s = t_scan;
   if (!s.active) return SOAP_OK;  // header bytes; gSOAP hands the body over again later
   const char* p = buf;
-  const char* end = buf + len;
+  const char* end = buf + XmlPart(soap, s, buf, len);
   while (p < end) {
     if (s.state == TagScan::kText) {
       p = static_cast<const char*>(std::memchr(p, '<', end - p));
@@ -97,11 +131,13 @@ int ParseHook(struct soap* soap) {
     return 404;
   }
   c.request_read = true;
-  if (soap->length > soap->recv_maxlength) {
+  // Only a DIME body of known length can be told apart into XML and attachments.
+  bool dime = (soap->omode & SOAP_ENC_DIME) && soap->length > 0 && !soap->zlib_in;
+  if (soap->length > (dime ? kMaxDimeRequest : soap->recv_maxlength)) {
     soap->keep_alive = 0;
     return 413;
   }
-  StartBodyScan();
+  StartBodyScan(dime);
   // gSOAP reads on past Content-Length; stop it there so that a short body ends in a
   // fault at once instead of a wait for bytes that never come.
   if (soap->length > 0) {
@@ -122,6 +158,7 @@ int ServeLoopHook(struct soap* soap) {
   t_scan.active = false;
   c.body_left = -1;
   c.request_read = c.responded = false;
+  soap->recv_maxlength = static_cast<ULONG64>(c.env->opts.max_request_mb) << 20;
   soap->recv_timeout = kIoTimeoutSecs;
   soap->send_timeout = kIoTimeoutSecs;
   return SOAP_OK;

@@ -47,11 +47,6 @@ void AppendMatches(const char* pattern, std::vector<std::string>& files) {
   }
 }
 
-// Writes one exported file; a file that cannot be written completely is
-// removed again.
-bool SaveExport(const std::string& path, const xsd__base64Binary* data) {
-  return WriteWholeFile(path, {}, PayloadBytes(data)) == WriteResult::kOk;
-}
 
 struct Transfer {
   std::string format;
@@ -126,9 +121,12 @@ void CmdDimport(ExecThread& thread, ArgVector& args) {
       Fail(thread, "Invalid arguments. No matching files found.\n");
       return;
     }
-    std::vector<std::string> contents(files.size());
+    DimeStreams streams(frame.data(), "");
+    std::vector<xsd__base64Binary> contents(files.size());
+    std::vector<long long> sizes(files.size());
     for (size_t i = 0; i < files.size(); ++i) {
-      if (!ReadFileData(thread, files[i], contents[i])) return;
+      sizes[i] = streams.SetFile(thread, contents[i], files[i], files[i].c_str());
+      if (sizes[i] < 0) return;
     }
     if (!frame.SelectContains("uilang=")) frame.AddSelectKey("uilang=" + frame.data().uilang);
 
@@ -137,7 +135,7 @@ void CmdDimport(ExecThread& thread, ArgVector& args) {
     transfer.Echo(thread);
     for (size_t i = 0; i < files.size(); ++i) {
       ThreadPrint(thread, "Dic Data:     %s (%s)\n", files[i].c_str(),
-                  FormatSize(static_cast<int64_t>(contents[i].size())).c_str());
+                  FormatSize(static_cast<int64_t>(sizes[i])).c_str());
     }
     ThreadPrint(thread, "\n");
 
@@ -145,11 +143,16 @@ void CmdDimport(ExecThread& thread, ArgVector& args) {
     data.item.resize(files.size());
     for (size_t i = 0; i < files.size(); ++i) {
       data.item[i].filename = &files[i];
-      data.item[i].filedata = Payload(frame.data(), contents[i], files[i]);
+      data.item[i].filedata = &contents[i];
     }
-    auto response = frame.Call(soap_call_nv__DictionaryImport, did,
-                               transfer.has_format ? &transfer.format : nullptr,
-                               transfer.has_encoding ? &transfer.encoding : nullptr, &data);
+    int sent;
+    {
+      DimeRequest dime(frame.data());
+      sent = frame.Send(soap_send_nv__DictionaryImport, did, transfer.has_format ? &transfer.format : nullptr,
+                        transfer.has_encoding ? &transfer.encoding : nullptr, &data);
+    }
+    streams.Release();
+    auto response = frame.Receive(soap_recv_nv__DictionaryImport, sent);
     ThreadPrint(thread, "Done.\n");
     if (response.formatUsed)
       ThreadPrint(thread, "Input Format Used:   %s\n", response.formatUsed->c_str());
@@ -179,6 +182,8 @@ void CmdDexport(ExecThread& thread, ArgVector& args) {
     }
     std::string base = words.size() == 2 ? words[1] : std::to_string(did);
     if (frame.data().settings.dime) frame.AddSelectKey("dime");
+    // Exported files stream to disk beside the first name they may take.
+    DimeStreams streams(frame.data(), FolderOf(base));
 
     frame.PrintSelectKeys();
     ThreadPrint(thread, "Dic DID:      %lld\n", static_cast<long long>(did));
@@ -191,11 +196,11 @@ void CmdDexport(ExecThread& thread, ArgVector& args) {
     if (!response.data) return;
     for (const nv__DictionaryData& item : response.data->item) {
       std::string name = ExportFileName(base, item.filename ? *item.filename : "");
-      if (!SaveExport(name, item.filedata)) {
+      if (streams.Save(item.filedata, name) != WriteResult::kOk) {
         Fail(thread, "Unable to save data to file: %s\n", name.c_str());
         return;
       }
-      int64_t size = item.filedata && item.filedata->__size > 0 ? item.filedata->__size : 0;
+      int64_t size = static_cast<int64_t>(streams.Size(item.filedata));
       ThreadPrint(thread, "Written data to %s (%s)\n", name.c_str(), FormatSize(size).c_str());
     }
   });

@@ -4,6 +4,7 @@
 #include <climits>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -65,18 +66,10 @@ struct DocumentRequest {
   std::string outdata;
   bool noengine = false;
   std::string rules;                         // the rules text
-  std::vector<std::string> documents;        // read from files
   std::vector<std::string_view> inline_docs;  // given on the line
-
-  /// What is sent: the documents read, then those on the line.
-  std::vector<std::string_view> Payloads() const {
-    std::vector<std::string_view> payloads(documents.begin(), documents.end());
-    payloads.insert(payloads.end(), inline_docs.begin(), inline_docs.end());
-    return payloads;
-  }
-  /// Drops the documents once sent, so that a large one is not held twice
-  /// while its translation comes in.
-  void Release() { std::vector<std::string>().swap(documents); }
+  std::optional<DimeStreams> streams;
+  /// What is sent: the files, then the documents on the line.
+  std::vector<xsd__base64Binary> payloads;
 };
 
 // "type, encoding", or whichever of the two there is.
@@ -91,13 +84,21 @@ bool FitsRequest(ExecThread& thread, const std::string& path, const std::string&
   return false;
 }
 
+// SaveBinaryFile for a value that may have streamed to disk.
+bool SaveReceived(ExecThread& thread, DimeStreams& streams, const xsd__base64Binary* data,
+                  const std::string& path) {
+  if (streams.Save(data, path) == WriteResult::kOk) return true;
+  Fail(thread, "Unable to save binary data to file: %s\n", path.c_str());
+  return false;
+}
+
 // Attachments of one output document: printed, or saved in the folder beside
 // its output file. A reply may name the same file many times (or names that
 // come down to the same plain name): each file is written once, with the
 // last attachment of that name, as if each had replaced the one before, so
 // the work is bounded by the bytes of the reply, not by a count of
 // rewrites of one file.
-void Attachments(ExecThread& thread, const std::vector<const nv__OutputFileArray*>& lists,
+void Attachments(ExecThread& thread, DimeStreams& streams, const std::vector<const nv__OutputFileArray*>& lists,
                  const std::string& outfile) {
   std::vector<const nv__OutputFile*> files;
   for (const nv__OutputFileArray* list : lists) {
@@ -149,26 +150,25 @@ void Attachments(ExecThread& thread, const std::vector<const nv__OutputFileArray
       ThreadPrint(thread, "Attachment name given %d times, the last one is saved: %s\n",
                   static_cast<int>(std::min<size_t>(named.count, INT_MAX)), plain[i].c_str());
     }
-    std::string_view bytes = PayloadBytes(file.data);
-    if (!SaveBinaryFile(thread, path, bytes)) continue;
+    if (!SaveReceived(thread, streams, file.data, path)) continue;
     ThreadPrint(thread, "Output Attachment (%s): %s (%d bytes)\n", file.type ? file.type->c_str() : "",
-                path.c_str(), static_cast<int>(bytes.size()));
+                path.c_str(), static_cast<int>(streams.Size(file.data)));
   }
 }
 
 // One translated document: printed, or written to outfile; false when it
 // could not be written.
-bool OutputDocument(ExecThread& thread, const xsd__base64Binary* data, const std::string& details,
-                    const std::string& outfile) {
-  std::string_view bytes = PayloadBytes(data);
+bool OutputDocument(ExecThread& thread, DimeStreams& streams, const xsd__base64Binary* data,
+                    const std::string& details, const std::string& outfile) {
   if (outfile.empty()) {
+    std::string_view bytes = PayloadBytes(data);
     ThreadPrint(thread, "Output Data (%s): (%d bytes)\n%.*s\n", details.c_str(),
                 static_cast<int>(bytes.size()), static_cast<int>(bytes.size()), bytes.data());
     return true;
   }
-  if (!SaveBinaryFile(thread, outfile, bytes)) return false;
+  if (!SaveReceived(thread, streams, data, outfile)) return false;
   ThreadPrint(thread, "Output File (%s): %s (%d bytes)\n", details.c_str(), outfile.c_str(),
-              static_cast<int>(bytes.size()));
+              static_cast<int>(streams.Size(data)));
   return true;
 }
 
@@ -219,9 +219,14 @@ bool ReadDocumentRequest(RequestFrame& frame, ArgVector& args, bool multi, Docum
     if (!ReadFileData(thread, req.rules_file, text)) return false;
     req.rules = std::string(SkipUtf8Signature(text));
   }
-  for (const std::string& path : req.indata_files) {
-    req.documents.emplace_back();
-    if (!ReadFileData(thread, path, req.documents.back()) || !FitsRequest(thread, path, req.documents.back())) return false;
+  // Attachments of the reply wait beside the output file.
+  req.streams.emplace(frame.data(), req.outdata.empty() ? "" : FolderOf(req.outdata));
+  req.payloads.resize(req.indata_files.size() + req.inline_docs.size());
+  for (size_t i = 0; i < req.indata_files.size(); ++i) {
+    if (req.streams->SetFile(thread, req.payloads[i], req.indata_files[i], "indata") < 0) return false;
+  }
+  for (size_t i = 0; i < req.inline_docs.size(); ++i) {
+    SetPayload(frame.data(), req.payloads[req.indata_files.size() + i], req.inline_docs[i], "indata");
   }
   return true;
 }
@@ -238,8 +243,7 @@ void PrintDocumentHeader(RequestFrame& frame, const DocumentRequest& req, bool m
   }
   if (!req.rules_file.empty()) ThreadPrint(thread, "Rules File:   %s\n", req.rules_file.c_str());
   if (multi) {
-    ThreadPrint(thread, "Input Data:   %d blocks\n",
-                static_cast<int>(req.documents.size() + req.inline_docs.size()));
+    ThreadPrint(thread, "Input Data:   %d blocks\n", static_cast<int>(req.payloads.size()));
   } else if (!req.indata_files.empty()) {
     ThreadPrint(thread, "Input File:   %s\n", req.indata_files.front().c_str());
     if (!type.empty()) ThreadPrint(thread, "Input Type:   %s\n", type.c_str());
@@ -250,51 +254,46 @@ void PrintDocumentHeader(RequestFrame& frame, const DocumentRequest& req, bool m
 // tran: one document, or none.
 void TranslateOne(RequestFrame& frame, DocumentRequest& req) {
   ExecThread& thread = frame.thread();
-  std::vector<std::string_view> payloads = req.Payloads();
   nv__InputData input{};
-  xsd__base64Binary binary{};
   nv__InputData* indata = nullptr;
-  if (!payloads.empty()) {
-    SetPayload(frame.data(), binary, payloads.front(), "indata");
-    input.data = &binary;
+  if (!req.payloads.empty()) {
+    input.data = &req.payloads.front();
     indata = &input;
   }
   int sent = SendDocuments(frame, soap_send_nv__Translate, &req.rules, indata);
-  req.Release();
+  // A large document is not held twice while its translation comes in.
+  req.streams->Release();
   auto r = frame.Receive(soap_recv_nv__Translate, sent);
   ThreadPrint(thread, "Input Encoding Used: %s\n", r.encodingUsed ? r.encodingUsed->c_str() : "");
   if (r.outdata) {
     std::string details = Details(r.outdata->type ? r.outdata->type : r.outtype,
                                   r.outdata->outputEncoding ? r.outdata->outputEncoding : r.outputEncoding);
     // Attachments belong beside a document that was saved.
-    if (!OutputDocument(thread, r.outdata->data, details, req.outdata)) return;
+    if (!OutputDocument(thread, *req.streams, r.outdata->data, details, req.outdata)) return;
   }
   // The document's own attachments and the reply's are one set of files.
-  Attachments(thread, {r.outdata ? r.outdata->attachments : nullptr, r.attachments}, req.outdata);
+  Attachments(thread, *req.streams, {r.outdata ? r.outdata->attachments : nullptr, r.attachments}, req.outdata);
   PrintUnknownWords(thread, r.unknown);
 }
 
 // tmulti: any number of documents.
 void TranslateMany(RequestFrame& frame, DocumentRequest& req) {
   ExecThread& thread = frame.thread();
-  std::vector<std::string_view> payloads = req.Payloads();
   nv__InputDataArray inputs;
-  std::vector<xsd__base64Binary> binaries(payloads.size());
-  for (size_t i = 0; i < payloads.size(); ++i) {
-    SetPayload(frame.data(), binaries[i], payloads[i], "indata");
+  for (xsd__base64Binary& binary : req.payloads) {
     inputs.item.emplace_back();
-    inputs.item.back().data = &binaries[i];
+    inputs.item.back().data = &binary;
   }
   int sent = SendDocuments(frame, soap_send_nv__TranslateMulti, &req.rules, &inputs);
-  req.Release();
+  req.streams->Release();
   auto r = frame.Receive(soap_recv_nv__TranslateMulti, sent);
   if (r.outdata) {
     for (size_t i = 0; i < r.outdata->item.size(); ++i) {
       const nv__OutputData& out = r.outdata->item[i];
       std::string outfile = req.outdata.empty() ? "" : MultiOutputName(req.outdata, i + 1);
       ThreadPrint(thread, "Input Encoding Used: %s\n", out.encodingUsed ? out.encodingUsed->c_str() : "");
-      if (OutputDocument(thread, out.data, Details(out.type, out.outputEncoding), outfile)) {
-        Attachments(thread, {out.attachments}, outfile);
+      if (OutputDocument(thread, *req.streams, out.data, Details(out.type, out.outputEncoding), outfile)) {
+        Attachments(thread, *req.streams, {out.attachments}, outfile);
       }
     }
   }
