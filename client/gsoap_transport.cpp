@@ -26,6 +26,7 @@ struct Sockets {
   int (*send)(struct soap*, const char*, size_t);
   size_t (*recv)(struct soap*, char*, size_t);
   int (*post)(struct soap*, const char*, const char*, int, const char*, const char*, ULONG64);
+  int (*poll)(struct soap*);
   std::string host;  // to check the server's certificate against
   // The TLS files as the context was built with them: the library keeps
   // pointers to these for as long as the context lives.
@@ -36,6 +37,7 @@ struct Sockets {
   bool key_loaded = false;
   bool check_host = false;
   SOAP_SOCKET direct_socket = SOAP_INVALID_SOCKET;  // a plain socket made blocking by OpenPlain
+  std::string held{};  // a request's head, sent with what follows it
   // The low-speed rule: bytes received since the window began.
   std::chrono::steady_clock::time_point window_start{};
   size_t window_bytes = 0;
@@ -63,6 +65,7 @@ SOAP_SOCKET OpenPlain(struct soap* soap, const char* endpoint, const char* host,
   SOAP_SOCKET socket = sockets->open(soap, endpoint, host, port);
   sockets->opened = true;
   sockets->direct_socket = SOAP_INVALID_SOCKET;
+  sockets->held.clear();
   if (!soap_valid_socket(socket) || soap->ssl) return socket;
   if (!MakeSocketBlocking(socket, soap->recv_timeout, soap->send_timeout)) return socket;
   sockets->direct_socket = socket;
@@ -73,8 +76,7 @@ bool IsDirect(struct soap* soap) {
   return !soap->ssl && soap_valid_socket(soap->socket) && soap->socket == SocketsOf(soap)->direct_socket;
 }
 
-int SendDirect(struct soap* soap, const char* data, size_t size) {
-  if (!IsDirect(soap)) return SocketsOf(soap)->send(soap, data, size);
+int SendAll(struct soap* soap, const char* data, size_t size) {
   while (size > 0) {
     long long sent = SocketSend(soap->socket, data, size, soap->errnum);
     if (sent <= 0) return SOAP_EOF;
@@ -84,11 +86,48 @@ int SendDirect(struct soap* soap, const char* data, size_t size) {
   return SOAP_OK;
 }
 
+// A stored request comes in two writes, its head and then its body; they
+// go out together, in one system call and one segment, when they are small.
+// A head with nothing after it goes when the reply is read.
+constexpr size_t kHeldLimit = 8192;
+
+int SendDirect(struct soap* soap, const char* data, size_t size) {
+  if (!IsDirect(soap)) return SocketsOf(soap)->send(soap, data, size);
+  std::string& held = SocketsOf(soap)->held;
+  if (held.empty() && size < kHeldLimit && size >= 4 && memcmp(data + size - 4, "\r\n\r\n", 4) == 0) {
+    held.assign(data, size);
+    return SOAP_OK;
+  }
+  if (!held.empty() && held.size() + size <= 8 * kHeldLimit) {
+    held.append(data, size);
+    data = held.data();
+    size = held.size();
+  } else if (!held.empty() && SendAll(soap, held.data(), held.size()) != SOAP_OK) {
+    held.clear();
+    return SOAP_EOF;
+  }
+  int status = SendAll(soap, data, size);
+  held.clear();
+  return status;
+}
+
 size_t RecvDirect(struct soap* soap, char* data, size_t size) {
   if (!IsDirect(soap)) return SocketsOf(soap)->recv(soap, data, size);
+  std::string& held = SocketsOf(soap)->held;
+  if (!held.empty()) {
+    int status = SendAll(soap, held.data(), held.size());
+    held.clear();
+    if (status != SOAP_OK) return 0;
+  }
   long long got = SocketReceive(soap->socket, data, size, soap->errnum);
   return got > 0 ? static_cast<size_t>(got) : 0;
 }
+
+// The library polls a kept connection before every request to see whether
+// the server closed it. On a plain socket a closed connection fails the
+// request before any reply, which goes again once on a fresh connection
+// (LostKeptConnection), so the poll's system call is spared there.
+int PollKept(struct soap* soap) { return IsDirect(soap) ? SOAP_OK : SocketsOf(soap)->poll(soap); }
 
 int StartReply(struct soap* soap) {
   Sockets* sockets = SocketsOf(soap);
@@ -240,13 +279,15 @@ void GsoapTransport::Attach(struct soap* soap, const TransportSettings& settings
   // milliseconds, which is most of a 100-line translation's round trip.
   soap->sndbuf = 0;
   soap->rcvbuf = 0;
-  auto* sockets = new Sockets{soap->fopen, soap->fsend, soap->frecv, soap->fpost, HostOf(settings.endpoint)};
+  auto* sockets =
+      new Sockets{soap->fopen, soap->fsend, soap->frecv, soap->fpost, soap->fpoll, HostOf(settings.endpoint)};
   soap_register_plugin_arg(soap, Register, sockets);
   if (strncasecmp(settings.endpoint.c_str(), "https:", 6) == 0) {
     UseTls(soap, *sockets, settings, ssl_mode);
   } else {
     soap->fopen = OpenPlain;
     soap->fsend = SendDirect;
+    soap->fpoll = PollKept;
   }
   soap->frecv = RecvMetered;
   soap->fprepareinitrecv = StartReply;

@@ -138,7 +138,8 @@ void SoapClient::ApplyAfterBuild() {
   // written straight into it, a large document is held once rather than
   // twice. Compressed requests can only be measured by building them.
   bool measure = settings.platform_http_layer && !settings.compress;
-  soap_->omode = (soap_->omode & ~SOAP_IO) | (measure ? SOAP_IO_BUFFER : SOAP_IO_STORE);
+  io_mode_ = measure ? SOAP_IO_BUFFER : SOAP_IO_STORE;
+  soap_->omode = (soap_->omode & ~SOAP_IO) | io_mode_;
   if (settings.keepalive) {
     soap_set_imode(soap_, SOAP_IO_KEEPALIVE);
     soap_set_omode(soap_, SOAP_IO_KEEPALIVE);
@@ -183,6 +184,10 @@ void SoapClient::UseBasicAuth(const std::string& user, const std::string& passwo
 }
 
 void SoapClient::BeginExchange() {
+  // The library drops a stored request's mode once it is sent, and would
+  // build every later request twice, once only to measure it. A mode that a
+  // command set for itself stays.
+  if (soap_ && (soap_->omode & SOAP_IO) == SOAP_IO_FLUSH) soap_->omode |= io_mode_;
   if (soap_ && transport_) transport_->BeginCall(soap_);
 }
 

@@ -119,6 +119,7 @@ class SoapClient : public ThreadData {
   struct soap* soap_ = nullptr;
   std::unique_ptr<Transport> transport_;
   bool on_platform_http_ = false;  // which layer transport_ is
+  int io_mode_ = 0;                // how requests are built: SOAP_IO_BUFFER or SOAP_IO_STORE
   std::string proxy_host_;  // the context points here, not into per-call memory
   std::string basic_user_;
   std::string basic_password_;
