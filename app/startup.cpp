@@ -90,7 +90,7 @@ int Main(const std::vector<const char*>& args) {
   } else if (!commands.empty() || output) {
     char name[260];
     snprintf(name, sizeof(name), "lexctl3-%lx.tmp", ProcessId());
-    FILE* file = fopen(name, "w");
+    FILE* file = OpenFile(name, "w");
     if (!file) {
       fputs("Unable to create temporary file in current directory.\n", stderr);
       return 1;
@@ -112,7 +112,7 @@ int Main(const std::vector<const char*>& args) {
   SetErrexit(errexit);
   bool ok = RunInterpreter(run_script, true);
   if (client.global_cleanup) client.global_cleanup();
-  if (!temp_remove.empty()) remove(temp_remove.c_str());
+  if (!temp_remove.empty()) RemoveFile(temp_remove.c_str());
   if (!ok) return 1;
   // For scripts run in CI: a failed command anywhere fails the run.
   return errexit && AnyCommandFailed() ? 2 : 0;

@@ -307,7 +307,7 @@ void CurlTransport::SetTrace(const std::string& file) {
   if (trace_) fclose(trace_);
   trace_ = nullptr;
   trace_path_ = file;
-  if (!file.empty()) trace_ = fopen(file.c_str(), "ab");
+  if (!file.empty()) trace_ = OpenFile(file.c_str(), "ab");
 }
 
 int CurlTransport::Open(struct soap*, const char* endpoint) {

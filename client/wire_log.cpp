@@ -4,6 +4,7 @@
 
 #include <cstdio>
 
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -82,9 +83,9 @@ void AttachWireLog(struct soap* soap, const std::string& prefix) {
   }
   CloseFiles(log);
   if (!on) return;
-  log->sent = fopen((prefix + "-sent.log").c_str(), "ab");
-  log->received = fopen((prefix + "-recv.log").c_str(), "ab");
-  log->test = fopen((prefix + "-test.log").c_str(), "ab");
+  log->sent = OpenFile((prefix + "-sent.log").c_str(), "ab");
+  log->received = OpenFile((prefix + "-recv.log").c_str(), "ab");
+  log->test = OpenFile((prefix + "-test.log").c_str(), "ab");
 }
 
 }  // namespace lexctl

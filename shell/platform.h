@@ -29,6 +29,9 @@ void WriteConsoleText(std::string_view text);
 
 /// Opens a file by its UTF-8 path.
 FILE* OpenFile(const char* path, const char* mode);
+/// remove() and rename() by UTF-8 paths; rename replaces an existing file.
+int RemoveFile(const char* path);
+int RenameFile(const char* from, const char* to);
 /// Creates or replaces a file readable and writable by its owner only.
 FILE* CreatePrivateFile(const char* path);
 /// Makes sure a file exists and is readable and writable by its owner only:

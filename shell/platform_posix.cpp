@@ -64,6 +64,8 @@ void WriteConsoleText(std::string_view text) {
 }
 
 FILE* OpenFile(const char* path, const char* mode) { return fopen(path, mode); }
+int RemoveFile(const char* path) { return remove(path); }
+int RenameFile(const char* from, const char* to) { return rename(from, to); }
 
 FILE* CreatePrivateFile(const char* path) {
   int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

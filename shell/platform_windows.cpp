@@ -123,6 +123,12 @@ void WriteConsoleText(std::string_view text) {
 }
 
 FILE* OpenFile(const char* path, const char* mode) { return _wfopen(Widen(path).c_str(), Widen(mode).c_str()); }
+int RemoveFile(const char* path) { return _wremove(Widen(path).c_str()); }
+int RenameFile(const char* from, const char* to) {
+  if (MoveFileExW(Widen(from).c_str(), Widen(to).c_str(), MOVEFILE_REPLACE_EXISTING)) return 0;
+  errno = EACCES;
+  return -1;
+}
 
 // Files under the user's profile are the owner's by its inherited access list;
 // nothing narrower is set here.

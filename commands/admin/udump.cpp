@@ -19,6 +19,7 @@
 #include "commands/common/files.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -687,7 +688,7 @@ bool UserDump::Run() {
   }
 
   std::string script_name = prefix_ + "_udump.txt";
-  FILE* file = fopen(script_name.c_str(), "wb");
+  FILE* file = OpenFile(script_name.c_str(), "wb");
   if (!file) {
     Fail(thread_, "Failed to create output file: %s\n", script_name.c_str());
     return false;
@@ -699,14 +700,14 @@ bool UserDump::Run() {
     }
   } catch (...) {
     fclose(file);
-    remove(script_name.c_str());
+    RemoveFile(script_name.c_str());
     throw;
   }
   // A script without its data would replay half the user.
   bool written = saved && PutBytes(file, script.main);
   written = fclose(file) == 0 && written;
   if (!written) {
-    remove(script_name.c_str());
+    RemoveFile(script_name.c_str());
     if (saved) Fail(thread_, "Failed to write output file: %s\n", script_name.c_str());
     return false;
   }

@@ -21,18 +21,18 @@ bool PutBytes(FILE* file, std::string_view bytes) {
 }
 
 WriteResult WriteWholeFile(const std::string& path, std::string_view head, std::string_view body) {
-  File file(fopen(path.c_str(), "wb"));
+  File file(OpenFile(path.c_str(), "wb"));
   if (!file) return WriteResult::kOpenFailed;
   bool ok = PutBytes(file.get(), head) && PutBytes(file.get(), body);
   ok = fclose(file.release()) == 0 && ok;
   if (ok) return WriteResult::kOk;
-  remove(path.c_str());
+  RemoveFile(path.c_str());
   return WriteResult::kWriteFailed;
 }
 
 bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data) {
   data.clear();
-  File file(fopen(path.c_str(), "rb"));
+  File file(OpenFile(path.c_str(), "rb"));
   // A directory opens here but not on every platform, and its "size" is no
   // size to reserve: it counts as a file that cannot be opened.
   long long size = file ? OpenFileSize(file.get()) : -1;

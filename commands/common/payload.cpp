@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <string>
@@ -32,18 +33,27 @@ constexpr size_t kMaxSpools = 10000;
 
 thread_local DimeStreams* t_streams = nullptr;
 
-std::string SpoolName(const std::string& folder) {
+// Created exclusively, so that a name planted in a shared output folder
+// (a link elsewhere) is never written through.
+FILE* OpenSpool(const std::string& folder, std::string& path) {
   static std::atomic<unsigned long> counter{0};
-  for (;;) {
-    std::string path = folder + "/.lexctl3-" + std::to_string(ProcessId()) + "-" + std::to_string(++counter) + ".part";
-    if (!FileExists(path.c_str())) return path;
+  for (int tries = 0; tries < 100; ++tries) {
+    path = folder + "/.lexctl3-" + std::to_string(ProcessId()) + "-" + std::to_string(++counter) + ".part";
+#ifdef _WIN32
+    if (FileExists(path.c_str())) continue;
+    return OpenFile(path.c_str(), "wb");
+#else
+    FILE* file = OpenFile(path.c_str(), "wbx");
+    if (file || errno != EEXIST) return file;
+#endif
   }
+  return nullptr;
 }
 
 bool CopyFile(const std::string& from, const std::string& to, WriteResult& result) {
-  FILE* in = fopen(from.c_str(), "rb");
+  FILE* in = OpenFile(from.c_str(), "rb");
   if (!in) return false;
-  FILE* out = fopen(to.c_str(), "wb");
+  FILE* out = OpenFile(to.c_str(), "wb");
   if (!out) {
     fclose(in);
     result = WriteResult::kOpenFailed;
@@ -56,7 +66,7 @@ bool CopyFile(const std::string& from, const std::string& to, WriteResult& resul
   ok = !ferror(in) && ok;
   fclose(in);
   ok = fclose(out) == 0 && ok;
-  if (!ok) remove(to.c_str());
+  if (!ok) RemoveFile(to.c_str());
   result = ok ? WriteResult::kOk : WriteResult::kWriteFailed;
   return true;
 }
@@ -91,8 +101,7 @@ struct DimeHooks {
     // The XML is in; its limit is no limit for attachments that go to disk.
     soap->recv_maxlength = 0;
     auto spool = std::make_unique<DimeStreams::Spool>();
-    spool->path = SpoolName(streams->spool_folder_);
-    spool->file = fopen(spool->path.c_str(), "wb");
+    spool->file = OpenSpool(streams->spool_folder_, spool->path);
     if (!spool->file) {
       spool->path.clear();
       spool->failed = true;
@@ -148,13 +157,13 @@ DimeStreams::~DimeStreams() {
   for (const auto& source : sources_) fclose(source->file);
   for (const auto& spool : spools_) {
     if (spool->file) fclose(spool->file);
-    if (!spool->moved && !spool->path.empty()) remove(spool->path.c_str());
+    if (!spool->moved && !spool->path.empty()) RemoveFile(spool->path.c_str());
   }
 }
 
 long long DimeStreams::SetFile(ExecThread& thread, xsd__base64Binary& binary, const std::string& path,
                                const char* name) {
-  FILE* file = streaming_ ? fopen(path.c_str(), "rb") : nullptr;
+  FILE* file = streaming_ ? OpenFile(path.c_str(), "rb") : nullptr;
   long long size = file ? OpenFileSize(file) : 0;
   // Empty files, pipes and the like are read whole, as without dime.
   if (size <= 0) {
@@ -200,7 +209,7 @@ WriteResult DimeStreams::Save(const xsd__base64Binary* binary, const std::string
   auto* spool = const_cast<Spool*>(Spooled(binary));
   if (!spool) return WriteWholeFile(path, {}, PayloadBytes(binary));
   if (spool->failed) return WriteResult::kWriteFailed;
-  if (!spool->moved && rename(spool->path.c_str(), path.c_str()) == 0) {
+  if (!spool->moved && RenameFile(spool->path.c_str(), path.c_str()) == 0) {
     spool->path = path;
     spool->moved = true;
     return WriteResult::kOk;

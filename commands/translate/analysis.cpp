@@ -14,6 +14,7 @@
 #include "commands/translate/printers.h"
 #include "shell/dispatch.h"
 #include "shell/output.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {
@@ -70,7 +71,7 @@ bool ReadInput(ExecThread& thread, const std::string& name, std::string& bytes,
   if (!IsDownloadUrl(name)) return ReadFileData(thread, name, bytes);
   if (!DownloadUrl(thread, name, "", download)) return false;
   bool read = ReadFileData(thread, download.file, bytes);
-  if (download.temporary) remove(download.file.c_str());
+  if (download.temporary) RemoveFile(download.file.c_str());
   return read;
 }
 

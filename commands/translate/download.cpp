@@ -44,7 +44,7 @@ bool FindHeader(std::string_view block, std::string_view name, std::string& valu
 // Deletes a file that is in the way; absence is fine. A directory is never
 // removed in its place.
 bool ClearPath(ExecThread& thread, const std::string& path) {
-  if (IsDirectory(path.c_str()) || (remove(path.c_str()) != 0 && errno != ENOENT)) {
+  if (IsDirectory(path.c_str()) || (RemoveFile(path.c_str()) != 0 && errno != ENOENT)) {
     Fail(thread, "Failed to overwrite temporary file: %s\n", path.c_str());
     return false;
   }
@@ -100,7 +100,7 @@ bool DownloadUrl(ExecThread& thread, const std::string& url, const std::string& 
       RunProgram({settings.wget, "--no-verbose", "--save-headers", proxy ? "--proxy" : "--no-proxy",
                   "--output-document=" + work, std::string("--user-agent=") + kWgetUserAgent, url});
   if (status != 0) {
-    remove(work.c_str());
+    RemoveFile(work.c_str());
     Fail(thread, "Failed to download using wget.\n");
     return false;
   }
@@ -115,7 +115,7 @@ bool DownloadUrl(ExecThread& thread, const std::string& url, const std::string& 
     Fail(thread, "Failed to process the file.\n");
     ok = false;
   }
-  remove(work.c_str());
+  RemoveFile(work.c_str());
   if (!ok) return false;
   std::string_view content(saved);
   if (!WriteFileData(thread, result.file, content.substr(body))) return false;

@@ -200,7 +200,7 @@ bool LoadHtmlDocument(RequestFrame& frame, HtmlRequest& req) {
   }
   bool read = ReadFileData(thread, req.infile, req.document);
   // A page fetched only for this command is not kept; its translation is.
-  if (req.download.temporary) remove(req.infile.c_str());
+  if (req.download.temporary) RemoveFile(req.infile.c_str());
   return read;
 }
 

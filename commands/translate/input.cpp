@@ -217,7 +217,7 @@ bool TextInput::OpenOutput(ExecThread& thread) {
   if (!has_output()) return true;
   bool existed = FileExists(output_file_.c_str());
   // Appending opens without truncating what may still be the input.
-  FILE* file = IsDirectory(output_file_.c_str()) ? nullptr : fopen(output_file_.c_str(), "ab");
+  FILE* file = IsDirectory(output_file_.c_str()) ? nullptr : OpenFile(output_file_.c_str(), "ab");
   if (!file) {
     Fail(thread, "Unable to open file: %s\n", output_file_.c_str());
     return false;
@@ -235,7 +235,7 @@ bool TextInput::WriteOutput(ExecThread& thread, const std::string* text) {
 }
 
 TextInput::~TextInput() {
-  if (created_ && !written_) remove(output_file_.c_str());
+  if (created_ && !written_) RemoveFile(output_file_.c_str());
 }
 
 }  // namespace lexctl

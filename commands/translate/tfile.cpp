@@ -83,7 +83,7 @@ class OutputFile {
  public:
   bool Open(ExecThread& thread, const std::string& path, const char* head) {
     path_ = path;
-    file_ = fopen(path.c_str(), "wb");
+    file_ = OpenFile(path.c_str(), "wb");
     if (!file_) {
       Fail(thread, "Failed to create output file: %s\n", path.c_str());
       return false;
@@ -106,7 +106,7 @@ class OutputFile {
     bool ok = fclose(file_) == 0 && !failed_;
     file_ = nullptr;
     if (!ok) {
-      remove(path_.c_str());
+      RemoveFile(path_.c_str());
       Fail(thread, "Failed to write output file: %s\n", path_.c_str());
     }
     return ok;
@@ -120,7 +120,7 @@ class OutputFile {
     if (!file_) return;
     fclose(file_);
     file_ = nullptr;
-    remove(path_.c_str());
+    RemoveFile(path_.c_str());
   }
 
  private:
