@@ -33,7 +33,7 @@ import subprocess
 import sys
 import tempfile
 
-from harness import Lexsim
+from harness import WINDOWS, Lexsim, command
 
 NORMALISE = [
     (re.compile(r"Elapsed time \d+\.\d{3} seconds\."), "Elapsed time <SECS> seconds."),
@@ -128,7 +128,7 @@ def main():
                 name, _, value = line.partition("=")
                 env[name] = value.replace("{server}", sim.server if sim else "")
         try:
-            proc = subprocess.run([lexctl] + args, cwd=cwd, input=sections.get("stdin", "").encode(),
+            proc = subprocess.run(command(lexctl) + args, cwd=cwd, input=sections.get("stdin", "").encode(),
                                   capture_output=True, env=env, timeout=120)
         except subprocess.TimeoutExpired:
             print("FAIL: lexctl3 did not end within 120 s")
