@@ -94,7 +94,8 @@ def main():
                                       if line.startswith(("> ", "@")))
     with tempfile.TemporaryDirectory(prefix="lexctl3-e2e-") as cwd:
         script = os.path.join(cwd, "case.lex")
-        with open(script, "w", encoding="utf-8", newline="") as f:
+        # Windows reads a script without a signature in its ANSI code page.
+        with open(script, "w", encoding="utf-8-sig" if WINDOWS else "utf-8", newline="") as f:
             f.write(sections["script"])
         def write_files(with_server):
             for name, body in sections.items():
