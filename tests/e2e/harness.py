@@ -16,6 +16,8 @@ LAYERS = tuple(os.environ.get("LEXCTL_E2E_LAYERS", "gsoap windows").split())
 # A Windows build's lexctl3.exe runs under the emulator its build names (Wine).
 EMULATOR = shlex.split(os.environ.get("LEXCTL_E2E_EMULATOR", ""))
 WINDOWS = bool(EMULATOR)
+# What the gsoap layer reports for a closed port; under Wine the connect times out.
+REFUSED = "Timeout." if WINDOWS else "Connection refused."
 
 
 def command(lexctl):
