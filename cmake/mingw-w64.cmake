@@ -32,6 +32,9 @@ set(ZLIB_INCLUDE_DIR /usr/${_host}/include CACHE PATH "zlib headers")
 
 # Debian's wine64 package puts its loader outside PATH.
 find_program(LEXCTL_WINE NAMES wine64 wine PATHS /usr/lib/wine)
+# Tests and test discovery run the programs under Wine, headless, quiet, in a
+# prefix of the build folder's own; the C locale gives them code page 1252.
 if(LEXCTL_WINE)
-  set(CMAKE_CROSSCOMPILING_EMULATOR ${LEXCTL_WINE})
+  set(CMAKE_CROSSCOMPILING_EMULATOR env WINEPREFIX=${CMAKE_BINARY_DIR}/wine-prefix WINEDEBUG=-all
+      DISPLAY= LC_ALL=C.UTF-8 ${LEXCTL_WINE})
 endif()

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Cross-builds lexctl3.exe for 64-bit Windows into build-windows/, with the
+# Cross-builds lexctl3.exe and lexsim.exe for 64-bit Windows into build-windows/, with the
 # dependencies scripts/windows-deps.sh builds from Debian's sources.
 set -euo pipefail
 
@@ -15,8 +15,7 @@ if [ ! -f "$build/CMakeCache.txt" ]; then
   cmake -S "$root" -B "$build" -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64.cmake" \
     -DCMAKE_BUILD_TYPE=Release "${launcher[@]}" >/dev/null
 fi
-# lexctl3.exe only by default: lexsim does not build for Windows yet. Other
-# targets can be named as arguments.
-[ $# -gt 0 ] || set -- --target lexctl3
+# Both programs by default; other targets can be named as arguments.
+[ $# -gt 0 ] || set -- --target lexctl3 lexsim
 # At most two jobs, at the lowest priority: the machine's cores are shared.
 nice -n 19 cmake --build "$build" -j2 "$@"

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs the whole suite: a normal build, then ASan+UBSan and TSan
 # builds, then every fuzz target for 30 s, then the Debian package's checks.
-# Usage: scripts/test.sh [normal|asan|tsan|fuzz|package ...]   (default: all five)
+# "windows" cross-builds both programs, their unit tests and the zip, and runs
+# the tests under Wine, lexctl3.exe's cases against the Linux lexsim.
+# Usage: scripts/test.sh [normal|asan|tsan|fuzz|package|windows ...]   (default: all five)
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/setup.sh"
@@ -20,6 +22,21 @@ for v in "${variants[@]}"; do
              cmake -S "$top" -B "$top/build-normal" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
              cmake --build "$top/build-normal" -j "$jobs" >/dev/null
              "$top/scripts/package_check.sh" "$top/build-normal"
+             continue ;;
+    windows) echo "=== windows build ==="
+             # The Linux lexsim and manual page of this tree, from the normal build's folder.
+             cmake -S "$top" -B "$top/build-normal" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+             cmake --build "$top/build-normal" -j "$jobs" --target lexsim docs >/dev/null
+             "$top/scripts/build-windows.sh" --target lexctl3 >/dev/null
+             dir=$top/build-windows
+             cmake "$dir" -DLEXCTL_E2E_LEXSIM="$top/build-normal/sim/lexsim" \
+               -DLEXCTL_LINUX_MANPAGE="$top/build-normal/packaging/man/lexctl3.1" >/dev/null
+             nice -n 19 cmake --build "$dir" -j "$jobs" >/dev/null
+             nice -n 19 cmake --build "$dir" --target zip >/dev/null
+             echo "=== windows tests (under Wine) ==="
+             # One prefix set-up before the parallel runs share it.
+             env WINEPREFIX="$dir/wine-prefix" WINEDEBUG=-all DISPLAY= /usr/lib/wine/wine64 wineboot -i >/dev/null 2>&1
+             (cd "$dir" && ctest --output-on-failure -j "$jobs" --timeout 600)
              continue ;;
     normal) flags=() ;;
     asan) flags=(-DLEXCTL_ASAN=ON)

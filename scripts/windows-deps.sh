@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The Windows build's dependencies, from Debian only: the MinGW-w64 tool chain,
-# zlib and Wine from the archive; OpenSSL and gSOAP's run-time built from
-# Debian's own source packages into build-windows/deps. Idempotent: what is
+# zlib and Wine from the archive; OpenSSL, gSOAP's run-time and GoogleTest
+# built from Debian's own source packages into build-windows/deps. Idempotent: what is
 # already built is reused.
 set -euo pipefail
 shopt -s inherit_errexit
@@ -112,7 +112,8 @@ source_dir() {
   echo "$dir"
 }
 
-mkdir -p "$prefix/lib" "$prefix/include"
+# src must exist before the first look into it: find fails the script otherwise.
+mkdir -p "$prefix/lib" "$prefix/include" "$src"
 times=$deps/build-times.txt
 
 # Sets package_src, build (a fresh folder) and start for one dependency.
@@ -155,6 +156,20 @@ if [ ! -f "$prefix/lib/libgsoapssl++.a" ]; then
   install -m 644 "$gsoap_src/gsoap/stdsoap2.h" "$prefix/include/stdsoap2.h"
   install -m 644 "$build/libgsoapssl++.a" "$prefix/lib/libgsoapssl++.a"
   echo "gsoap $(basename "$gsoap_src") $((SECONDS - start)) s" >>"$times"
+fi
+
+if [ ! -f "$prefix/lib/libgtest_main.a" ]; then
+  begin_build googletest GoogleTest
+  gtest_src=$package_src/googletest
+  flags=(-O2 -w -I"$gtest_src/include" -I"$gtest_src")
+  "${run_nice[@]}" $host-g++-posix "${flags[@]}" -c "$gtest_src/src/gtest-all.cc" -o "$build/gtest-all.o" &
+  "${run_nice[@]}" $host-g++-posix "${flags[@]}" -c "$gtest_src/src/gtest_main.cc" -o "$build/gtest_main.o"
+  wait $!
+  $host-ar rcs "$build/libgtest.a" "$build/gtest-all.o"
+  $host-ar rcs "$build/libgtest_main.a" "$build/gtest_main.o"
+  cp -r "$gtest_src/include/gtest" "$prefix/include/"
+  install -m 644 "$build/libgtest.a" "$build/libgtest_main.a" "$prefix/lib/"
+  echo "googletest $(basename "$package_src") $((SECONDS - start)) s" >>"$times"
 fi
 
 # The same package name and flags as on Linux, so that service/CMakeLists.txt

@@ -1,12 +1,11 @@
 #include "account_rules.h"
 
-#include <arpa/inet.h>
-
 #include <cstring>
 #include <sstream>
 
 #include "crypto.h"
 #include "frame.h"
+#include "sys.h"
 
 namespace lexsim {
 namespace {

@@ -1,8 +1,4 @@
 // lexsim: a Lexary Server simulator answering the nvsoap service from in-memory state.
-#include <fcntl.h>
-#include <signal.h>
-#include <unistd.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -16,10 +12,11 @@
 #include "options.h"
 #include "server.h"
 #include "state.h"
+#include "sys.h"
 
 namespace {
 
-void OnStopSignal(int) { lexsim::Server::Stop(); }
+void Stop() { lexsim::Server::Stop(); }
 
 bool ReadFile(const std::string& path, std::string* text) {
   std::ifstream in(path, std::ios::binary);
@@ -27,30 +24,6 @@ bool ReadFile(const std::string& path, std::string* text) {
   std::ostringstream s;
   s << in.rdbuf();
   *text = s.str();
-  return true;
-}
-
-// The old file stays whole until the new one is on disk: a crash mid-write loses nothing.
-bool WriteFileAtomically(const std::string& path, const std::string& text) {
-  std::string tmp = path + ".tmp";
-  int fd = open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-  if (fd < 0) return false;
-  size_t done = 0;
-  while (done < text.size()) {
-    ssize_t n = write(fd, text.data() + done, text.size() - done);
-    if (n <= 0) {
-      close(fd);
-      std::remove(tmp.c_str());
-      return false;
-    }
-    done += static_cast<size_t>(n);
-  }
-  bool ok = fsync(fd) == 0;
-  ok = close(fd) == 0 && ok;
-  if (!ok || std::rename(tmp.c_str(), path.c_str()) != 0) {
-    std::remove(tmp.c_str());
-    return false;
-  }
   return true;
 }
 
@@ -64,11 +37,7 @@ class StateSaver {
     saved_ = state_.changes();
     thread_ = std::thread([this] {
       // Stop signals belong to the thread that serves.
-      sigset_t stop;
-      sigemptyset(&stop);
-      sigaddset(&stop, SIGTERM);
-      sigaddset(&stop, SIGINT);
-      pthread_sigmask(SIG_BLOCK, &stop, nullptr);
+      lexsim::BlockStopSignals();
       std::unique_lock<std::mutex> hold(mu_);
       while (!cv_.wait_for(hold, std::chrono::seconds(1), [this] { return stop_; })) {
         hold.unlock();
@@ -100,7 +69,7 @@ class StateSaver {
       auto lock = state_.Lock();
       text = state_.Serialize();
     }
-    if (!WriteFileAtomically(path_, text)) {
+    if (!lexsim::WriteFileAtomically(path_, text)) {
       std::fprintf(stderr, "lexsim: cannot write state file %s\n", path_.c_str());
       return false;
     }
@@ -154,13 +123,7 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  // A client dropping a connection mid-reply must not kill the server.
-  signal(SIGPIPE, SIG_IGN);
-  struct sigaction sa {};
-  sa.sa_handler = OnStopSignal;
-  sigemptyset(&sa.sa_mask);
-  sigaction(SIGTERM, &sa, nullptr);
-  sigaction(SIGINT, &sa, nullptr);
+  lexsim::InstallStopHandler(Stop);
 
   lexsim::Env env{state, opts, log};
   lexsim::Server server(env);

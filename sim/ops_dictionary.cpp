@@ -1,5 +1,4 @@
 // Dictionaries, their source import and export, their entries, and lookups.
-#include <iconv.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -9,6 +8,7 @@
 #include "crypto.h"
 #include "dictfmt.h"
 #include "frame.h"
+#include "sys.h"
 
 using lexsim::Call;
 using lexsim::Dictionary;

@@ -6,6 +6,7 @@
 #include "admin_wire.h"
 #include "crypto.h"
 #include "frame.h"
+#include "sys.h"
 
 using lexsim::Call;
 using lexsim::OpInfo;

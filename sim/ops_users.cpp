@@ -1,5 +1,4 @@
 // User accounts.
-#include <fnmatch.h>
 
 #include <algorithm>
 #include <set>
@@ -9,6 +8,7 @@
 #include "admin_wire.h"
 #include "crypto.h"
 #include "frame.h"
+#include "sys.h"
 
 using lexsim::Account;
 using lexsim::Call;
@@ -531,7 +531,7 @@ int nv__GetUserList(struct soap* soap, std::string* licence, std::string* client
     bool super = call.caller()->super;
     std::string mine = Group(call.caller()->userid);
     if (!super && pattern.find('/') != std::string::npos && pattern != "*/" &&
-        Group(pattern) != mine && fnmatch(pattern.c_str(), mine.c_str(), 0) != 0)
+        Group(pattern) != mine && !lexsim::MatchPattern(pattern, mine))
       Raise(err::kDenied, "Only the super-user may look into other groups");
     r.users = soap_new_nv__UserEntryArray(soap);
     auto add = [&](const std::string& id, const std::string& name) {
@@ -551,7 +551,7 @@ int nv__GetUserList(struct soap* soap, std::string* licence, std::string* client
       if (!super && Group(id) != mine) continue;
       bool match = pattern.empty() || (pattern.find('*') == std::string::npos
                                            ? id == pattern
-                                           : fnmatch(pattern.c_str(), id.c_str(), 0) == 0);
+                                           : lexsim::MatchPattern(pattern, id));
       if (match) add(id, a.username);
     }
   });

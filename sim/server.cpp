@@ -1,16 +1,13 @@
 #include "server.h"
 
-#include <netinet/in.h>
 #include <openssl/ssl.h>
-#include <string.h>
 #include <strings.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 
 #include "crypto.h"
+#include "sys.h"
 
 namespace lexsim {
 namespace {
@@ -170,7 +167,7 @@ int ParseHeaderHook(struct soap* soap, const char* key, const char* val) {
   if (key && val) {
     if (!trust.empty() && !strcasecmp(key, trust.c_str())) {
       c.trusted_user = val;
-    } else if (!strcasecmp(key, "Accept-Encoding") && strcasestr(val, "gzip")) {
+    } else if (!strcasecmp(key, "Accept-Encoding") && ToLower(val).find("gzip") != std::string::npos) {
       soap_set_omode(soap, SOAP_ENC_ZLIB);
     } else if (!strcasecmp(key, "Content-Type") && !strncasecmp(val, "application/dime", 16)) {
       soap_set_omode(soap, SOAP_ENC_DIME);
@@ -310,7 +307,7 @@ void Server::Run() {
     if (!soap_valid_socket(s)) continue;  // timeout, EINTR or a failed accept
     std::lock_guard<std::mutex> lock(mu_);
     if (queue_.size() >= kMaxQueued) {
-      ::close(s);
+      CloseSocket(s);
       continue;
     }
     queue_.push_back(Pending{s, master_->host});
@@ -320,7 +317,7 @@ void Server::Run() {
   {
     std::lock_guard<std::mutex> lock(mu_);
     draining_ = true;
-    for (Pending& p : queue_) ::close(p.socket);
+    for (Pending& p : queue_) CloseSocket(p.socket);
     queue_.clear();
     WakeIdleConnections();
   }
@@ -333,7 +330,7 @@ void Server::Run() {
 // is still answered because only the receiving side is shut.
 void Server::WakeIdleConnections() {
   for (SOAP_SOCKET s : active_)
-    if (soap_valid_socket(s)) ::shutdown(s, SHUT_RD);
+    if (soap_valid_socket(s)) ShutdownReceive(s);
 }
 
 void Server::Worker(size_t slot, struct soap* soap) {
@@ -368,9 +365,7 @@ void Server::Worker(size_t slot, struct soap* soap) {
       queue_.pop_front();
       active_[slot] = p.socket;
     }
-    timeval tv{kIoTimeoutSecs, 0};
-    setsockopt(p.socket, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-    setsockopt(p.socket, SOL_SOCKET, SO_SNDTIMEO, &tv, sizeof tv);
+    SetSocketTimeouts(p.socket, kIoTimeoutSecs);
     ServeLoopHook(soap);
     // gSOAP keeps unread bytes for pipelined requests; those of the last connection
     // must not be taken for the first request of this one.

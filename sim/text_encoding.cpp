@@ -1,12 +1,12 @@
 #include "text_encoding.h"
 
 #include <errno.h>
-#include <iconv.h>
 
 #include <algorithm>
 #include <map>
 
 #include "lexicon.h"
+#include "sys.h"
 #include "text_segment.h"
 #include "text_utf8.h"
 

@@ -39,7 +39,9 @@ void AppendMatches(const char* pattern, std::vector<std::string>& files) {
   // "*" and "?" are the only wildcards: brackets and backslashes are plain.
   std::string plain;
   for (const char* c = pattern; *c; ++c) {
+#ifndef _WIN32  // Windows' find functions have no brackets, and "\\" separates folders.
     if (*c == '[' || *c == ']' || *c == '\\') plain += '\\';
+#endif
     plain += *c;
   }
   for (std::string& path : MatchPaths(plain.c_str(), true)) {

@@ -5,7 +5,7 @@ thread makes the status 2 too and is named on standard error."""
 import sys
 import tempfile
 
-from harness import LOGIN, Checks, Lexsim, run, write
+from harness import LOGIN, REFUSED, Checks, Lexsim, run, write
 
 FAULT = "SOAP EXCEPTION:\nErr: ACCESS_DENIED\nMsg: Fault requested by select key\n"
 SPIN = "proc begin spin\nsleep 100\nproc end\nloop spin count 1000\n"
@@ -15,7 +15,7 @@ CASES = [
      "> threads start spinner spin.lex\n> dcreate -type bogus\nInvalid type: bogus. See help.\n", ""),
     ("file", "text -file nosuch.txt", {}, "> text -file nosuch.txt\nUnable to open file: nosuch.txt\n", ""),
     ("transport", "setopt server http://127.0.0.1:1\ntest", {},
-     "> setopt server http://127.0.0.1:1\n> test \n\nFAILED: SOAP_TCP_ERROR (28): Connection refused.\n", ""),
+     f"> setopt server http://127.0.0.1:1\n> test \n\nFAILED: SOAP_TCP_ERROR (28): {REFUSED}\n", ""),
     ("fault", "test -select sim.fault=ACCESS_DENIED", {},
      "> test -select sim.fault=ACCESS_DENIED\nSelectKeys:   sim.fault=ACCESS_DENIED\n\n" + FAULT, ""),
     ("error array", "test -reqgroup 42 -select sim.fault=BUSY", {},

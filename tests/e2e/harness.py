@@ -6,12 +6,22 @@ import os
 import pty
 import re
 import select
+import shlex
 import socket
 import subprocess
 import termios
 import threading
 
-LAYERS = ("gsoap", "windows")
+LAYERS = tuple(os.environ.get("LEXCTL_E2E_LAYERS", "gsoap windows").split())
+# A Windows build's lexctl3.exe runs under the emulator its build names (Wine).
+EMULATOR = shlex.split(os.environ.get("LEXCTL_E2E_EMULATOR", ""))
+WINDOWS = bool(EMULATOR)
+# What the gsoap layer reports for a closed port; under Wine the connect times out.
+REFUSED = "Timeout." if WINDOWS else "Connection refused."
+
+
+def command(lexctl):
+    return EMULATOR + [lexctl]
 LOGIN = ["setopt userid admin", "setopt passwd admin"]
 
 
@@ -53,7 +63,7 @@ class Lexsim:
 def run(lexctl, cwd, lines, errexit=False, timeout=120, env=None):
     """Runs the lines as a script in cwd (its HOME); the finished process, text."""
     write(cwd, "run.lex", "\n".join(lines) + "\n")
-    return subprocess.run([lexctl] + (["--errexit"] if errexit else []) + ["--script", "run.lex"], cwd=cwd,
+    return subprocess.run(command(lexctl) + (["--errexit"] if errexit else []) + ["--script", "run.lex"], cwd=cwd,
                           capture_output=True, text=True, timeout=timeout, env=env or dict(os.environ, HOME=cwd))
 
 

@@ -18,6 +18,8 @@ A case file is a script followed by sections that start with a line
   #### lexsim admin    the same, the script starting with lexsim as its server
                       and admin logged in
   #### stdout LAYER    expected standard output for one comms layer only
+  #### windows         for lexctl3.exe: "OLD => NEW" lines replacing text
+                      throughout the case, or "skip: REASON"
   #### session         expected standard output (after that of a stdout section)
                       whose "> COMMAND" echo lines are also the script's last lines,
                       with its "@COMMAND" lines (not echoed, not expected output)
@@ -33,7 +35,7 @@ import subprocess
 import sys
 import tempfile
 
-from harness import Lexsim
+from harness import WINDOWS, Lexsim, command
 
 NORMALISE = [
     (re.compile(r"Elapsed time \d+\.\d{3} seconds\."), "Elapsed time <SECS> seconds."),
@@ -49,25 +51,35 @@ NORMALISE = [
 ]
 
 
-def parse(path):
+def parse(path, windows=False):
     sections = {"script": []}
     order = ["script"]
     current = "script"
     with open(path, encoding="utf-8", newline="") as f:
-        for line in f:
-            if line.startswith("#### "):
-                current = line[5:].rstrip("\n")
-                sections[current] = []
-                order.append(current)
-                continue
-            sections[current].append(line)
+        text = f.read()
+    if windows:
+        for line in text.partition("\n#### windows\n")[2].partition("\n#### ")[0].splitlines():
+            old, _, new = line.partition(" => ")
+            text = text.replace(old, new) if new else text
+    for line in text.splitlines(keepends=True):
+        if line.startswith("#### "):
+            current = line[5:].rstrip("\n")
+            sections[current] = []
+            order.append(current)
+            continue
+        sections[current].append(line)
     return {k: "".join(v) for k, v in sections.items()}, order
 
 
 def normalise(text, cwd, server=None):
     if server:
         text = text.replace(server, "<SERVER>")
-    text = text.replace(os.path.realpath(cwd), "<CWD>").replace(cwd, "<CWD>")
+    for folder in (os.path.realpath(cwd), cwd):
+        text = text.replace(folder, "<CWD>")
+        if WINDOWS:  # Wine's drive for the Linux root
+            text = text.replace("Z:" + folder.replace("/", "\\"), "<CWD>")
+    if WINDOWS:  # from programs that "shell" starts
+        text = text.replace("\r\n", "\n")
     for pattern, repl in NORMALISE:
         text = pattern.sub(repl, text)
     return text
@@ -83,7 +95,11 @@ def main():
             layer = args[1]
         args = args[2:]
     lexctl, case = args[0], args[1]
-    sections, _ = parse(case)
+    sections, _ = parse(case, WINDOWS)
+    skip = re.search(r"(?m)^skip: (.*)", sections.get("windows", ""))
+    if WINDOWS and skip:
+        print("Skipped for lexctl3.exe:", skip.group(1))
+        return 77
     failures = []
     if layer and f"stdout {layer}" in sections:
         sections["stdout"] = sections[f"stdout {layer}"]
@@ -94,7 +110,9 @@ def main():
                                       if line.startswith(("> ", "@")))
     with tempfile.TemporaryDirectory(prefix="lexctl3-e2e-") as cwd:
         script = os.path.join(cwd, "case.lex")
-        with open(script, "w", encoding="utf-8", newline="") as f:
+        # Windows reads a script without a signature in its ANSI code page.
+        utf8_sig = WINDOWS and not sections["script"].isascii()
+        with open(script, "w", encoding="utf-8-sig" if utf8_sig else "utf-8", newline="") as f:
             f.write(sections["script"])
         def write_files(with_server):
             for name, body in sections.items():
@@ -128,7 +146,7 @@ def main():
                 name, _, value = line.partition("=")
                 env[name] = value.replace("{server}", sim.server if sim else "")
         try:
-            proc = subprocess.run([lexctl] + args, cwd=cwd, input=sections.get("stdin", "").encode(),
+            proc = subprocess.run(command(lexctl) + args, cwd=cwd, input=sections.get("stdin", "").encode(),
                                   capture_output=True, env=env, timeout=120)
         except subprocess.TimeoutExpired:
             print("FAIL: lexctl3 did not end within 120 s")

@@ -16,7 +16,7 @@ import sys
 import tempfile
 import time
 
-from harness import LAYERS, Checks, Lexsim, Terminal, free_port, read, run, stop_process, write
+from harness import LAYERS, Checks, Lexsim, Terminal, command, free_port, read, run, stop_process, write
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
 OK, NO = True, False
@@ -159,7 +159,7 @@ def main():
                                            ("no pass", ["setopt sslkeyfile client.pem"], False),
                                            ("wrong pass", ["setopt sslkeypass nope", "setopt sslkeyfile client.pem"], False)):
                     write(cwd, "tty.lex", "\n".join(base + extra + ["test -string tls", "test -string again"]) + "\n")
-                    status, out = Terminal([lexctl, "--script", "tty.lex"], cwd, dict(os.environ, HOME=cwd)).close()
+                    status, out = Terminal(command(lexctl) + ["--script", "tty.lex"], cwd, dict(os.environ, HOME=cwd)).close()
                     out = out if status is not None else None
                     check(out is not None and "pass phrase" not in out.lower() and
                           (out.count("OK.") == 2 if good else out.count("FAILED") == 2 and "OK." not in out),

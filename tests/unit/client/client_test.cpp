@@ -99,6 +99,12 @@ TEST(LocalData, StartedThreadCopiesSettingsAndSession) {
   EXPECT_NE(child.Licence(), parent.Licence());
 }
 
+#ifdef _WIN32
+// MinGW has only _putenv_s, where an empty value removes the variable.
+int setenv(const char* name, const char* value, int) { return _putenv_s(name, value); }
+int unsetenv(const char* name) { return _putenv_s(name, ""); }
+#endif
+
 TEST(LocalData, EnvironmentGivesCredentialsAndEmptyVariablesChangeNothing) {
   ExecThread thread("_main_", true);
   LocalData data(&thread);

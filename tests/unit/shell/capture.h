@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
 
@@ -44,8 +45,19 @@ class Capture {
 class TempDir {
  public:
   TempDir() : old_cwd_(std::filesystem::current_path()) {
+#ifdef _WIN32
+    // MinGW has no mkdtemp.
+    for (unsigned n = std::random_device{}();; ++n) {
+      std::filesystem::path p = std::filesystem::temp_directory_path() / ("lexctl3-unit-" + std::to_string(n));
+      if (std::filesystem::create_directory(p)) {
+        path_ = p.string();
+        break;
+      }
+    }
+#else
     char pattern[] = "/tmp/lexctl3-unit-XXXXXX";
     path_ = mkdtemp(pattern);
+#endif
     std::filesystem::current_path(path_);
   }
   ~TempDir() {

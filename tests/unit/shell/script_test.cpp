@@ -69,8 +69,13 @@ TEST_F(Script, LongLinesEncodingsAndLineEnds) {
   EXPECT_EQ(RunScript("\xEF\xBB\xBF@echo caf\xC3\xA9\n"), "caf\xC3\xA9 \n");
   // Without one, bytes that the native encoding cannot read end the file.
   std::string out = RunScript("@echo first\n@echo caf\xE9\n@echo never\n");
+#ifdef _WIN32
+  // Windows-1252, Wine's code page in an English or C locale, reads every byte.
+  EXPECT_EQ(out, "first \ncaf\xC3\xA9 \nnever \n");
+#else
   EXPECT_EQ(out.rfind("first \nNative encoding error reading input file: ", 0), 0u) << out;
   EXPECT_EQ(out.find("never"), std::string::npos);
+#endif
   // "setopt utf8" applies to the file being read from that point on.
   EXPECT_EQ(RunScript("@setopt utf8 true\n@echo caf\xE9\n"), "caf\xE9 \n");
   EXPECT_EQ(RunScript("@echo a \\\r\nb\r\n@echo c\\"), "a b \nc \n");
