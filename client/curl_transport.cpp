@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "client/http_hooks.h"
 #include "client/tls_checks.h"
 #include "shell/platform.h"
 #include "soapH.h"
@@ -102,23 +103,9 @@ SOAP_SOCKET HookOpen(struct soap* soap, const char* endpoint, const char*, int) 
 int HookSend(struct soap* soap, const char* data, size_t size) { return Find(soap)->Send(soap, data, size); }
 size_t HookRecv(struct soap* soap, char* data, size_t size) { return Find(soap)->Receive(soap, data, size); }
 int HookPrepareRecv(struct soap* soap) { return Find(soap)->Perform(soap); }
-int HookClose(struct soap*, SOAP_SOCKET) { return SOAP_OK; }
-int HookShutdown(struct soap*, SOAP_SOCKET, int) { return SOAP_OK; }
-int HookPoll(struct soap*) { return SOAP_OK; }
 
 int Register(struct soap* soap, struct soap_plugin* plugin, void* arg) {
-  plugin->id = kPluginId;
-  plugin->data = arg;  // owned by the SoapClient, not by the context
-  plugin->fcopy = nullptr;
-  plugin->fdelete = [](struct soap*, struct soap_plugin*) {};
-  soap->fopen = HookOpen;
-  soap->fsend = HookSend;
-  soap->frecv = HookRecv;
-  soap->fclosesocket = HookClose;
-  soap->fshutdownsocket = HookShutdown;
-  soap->fpoll = HookPoll;
-  soap->fprepareinitrecv = HookPrepareRecv;
-  return SOAP_OK;
+  return InstallHttpHooks(soap, plugin, arg, {kPluginId, HookOpen, HookSend, HookRecv, HookPrepareRecv});
 }
 
 

@@ -3,14 +3,14 @@
 # builds, then every fuzz target for 30 s, then the Debian package's checks.
 # "windows" cross-builds both programs, their unit tests and the zip, and runs
 # the tests under Wine, lexctl3.exe's cases against the Linux lexsim.
-# Usage: scripts/test.sh [normal|asan|tsan|fuzz|package|windows ...]   (default: all five)
+# Usage: scripts/test.sh [normal|asan|tsan|fuzz|package|windows ...]   (default: all six)
 set -euo pipefail
 top=$(cd "$(dirname "$0")/.." && pwd)
 "$top/scripts/setup.sh"
 
 jobs=$(nproc 2>/dev/null || echo 2)
 variants=("$@")
-[ ${#variants[@]} -gt 0 ] || variants=(normal asan tsan fuzz package)
+[ ${#variants[@]} -gt 0 ] || variants=(normal asan tsan fuzz package windows)
 
 for v in "${variants[@]}"; do
   case "$v" in

@@ -16,7 +16,7 @@ import sys
 import tempfile
 import time
 
-from harness import LAYERS, Checks, Lexsim, Terminal, command, free_port, read, run, stop_process, write
+from harness import LAYERS, WINDOWS, Checks, Lexsim, Terminal, command, free_port, read, run, stop_process, write
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
 OK, NO = True, False
@@ -109,7 +109,13 @@ def full_mode_failure(out):
 
 
 def main():
+    global LAYERS
     lexctl, lexsim = sys.argv[1], sys.argv[2]
+    if WINDOWS and "windows" in LAYERS:
+        # WinINet trusts the Windows store only (no CA file or folder, no key
+        # file), which this matrix is built around; it needs its own cases.
+        print("tls_matrix: windows layer skipped under Wine: certificates come from the Windows store")
+        LAYERS = tuple(layer for layer in LAYERS if layer != "windows")
     check = Checks("tls_matrix")
     with tempfile.TemporaryDirectory(prefix="lexctl3-tls-") as cwd:
         make_ca("ca", cwd)
