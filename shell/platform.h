@@ -48,6 +48,17 @@ long long OpenFileSize(FILE* file);
 int FileReadError(const char* path);
 /// 0 when path is a folder whose entries can be listed, else an errno value.
 int FolderReadError(const char* path);
+/// The separator of the system's own file names, for the names lexctl3 makes.
+#ifdef _WIN32
+inline constexpr char kPathSeparator = '\\';
+#else
+inline constexpr char kPathSeparator = '/';
+#endif
+/// A file option's path in the system's form: on Windows every "/" becomes "\\".
+std::string NativePath(std::string path);
+/// Where the last component of a path starts: after its last separator ("/",
+/// and "\\" on Windows), 0 when it has none.
+size_t FileNameStart(std::string_view path);
 /// Paths a pattern (*, ?, [...]) matches, in the system's order; mark_folders adds "/" to folders.
 std::vector<std::string> MatchPaths(const char* pattern, bool mark_folders);
 

@@ -122,6 +122,13 @@ int FolderReadError(const char* path) {
   return 0;
 }
 
+std::string NativePath(std::string path) { return path; }
+
+size_t FileNameStart(std::string_view path) {
+  size_t slash = path.rfind('/');
+  return slash == std::string_view::npos ? 0 : slash + 1;
+}
+
 std::vector<std::string> MatchPaths(const char* pattern, bool mark_folders) {
   std::vector<std::string> paths;
   glob_t found{};

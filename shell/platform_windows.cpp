@@ -183,6 +183,18 @@ int FolderReadError(const char* path) {
 
 // The find functions match wildcards in the last part of the path only, and
 // know * and ? but not [...].
+std::string NativePath(std::string path) {
+  for (char& c : path) {
+    if (c == '/') c = '\\';
+  }
+  return path;
+}
+
+size_t FileNameStart(std::string_view path) {
+  size_t slash = path.find_last_of("/\\");
+  return slash == std::string_view::npos ? 0 : slash + 1;
+}
+
 std::vector<std::string> MatchPaths(const char* pattern, bool mark_folders) {
   std::vector<std::string> paths;
   std::string folder(pattern);

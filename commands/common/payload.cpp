@@ -221,13 +221,9 @@ WriteResult DimeStreams::Save(const xsd__base64Binary* binary, const std::string
 }
 
 std::string FolderOf(const std::string& path) {
-#ifdef _WIN32
-  size_t slash = path.find_last_of("/\\");
-#else
-  size_t slash = path.rfind('/');
-#endif
-  if (slash == std::string::npos) return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
+  size_t name_start = FileNameStart(path);
+  if (name_start == 0) return ".";
+  return path.substr(0, name_start == 1 ? 1 : name_start - 1);
 }
 
 void SetPayload(LocalData& data, xsd__base64Binary& binary, std::string_view bytes,

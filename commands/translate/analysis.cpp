@@ -303,8 +303,7 @@ void CmdDlang(ExecThread& thread, ArgVector& args) {
 // ".out.", else the input's name followed by ".out".
 std::string RecodeOutputName(const std::string& input, const std::string& outfile) {
   if (!outfile.empty() && outfile != input) return outfile;
-  size_t name_start = input.rfind('/');
-  name_start = name_start == std::string::npos ? 0 : name_start + 1;
+  size_t name_start = FileNameStart(input);
   size_t in = input.rfind(".in.");
   if (in != std::string::npos && in >= name_start) {
     return input.substr(0, in) + ".out." + input.substr(in + 4);
@@ -327,13 +326,14 @@ void CmdRecode(ExecThread& thread, ArgVector& args) {
           from_code.Set(option.argument());
           break;
         case kRecodeOutfile:
-          outfile = option.argument() ? option.argument() : "";
+          outfile = NativePath(option.argument() ? option.argument() : "");
           break;
       }
       return true;
     });
     if (!ok || !frame.ExpectPositional(2, 2)) return;
     std::string infile = frame.positional()[0];
+    if (!IsDownloadUrl(infile)) infile = NativePath(infile);
     std::string to_encoding = frame.positional()[1];
 
     std::string bytes;

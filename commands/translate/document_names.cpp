@@ -1,5 +1,7 @@
 #include "commands/translate/document_names.h"
 
+#include "shell/platform.h"
+
 namespace lexctl {
 
 std::string XmlOutputName(const std::string& input) {
@@ -20,8 +22,7 @@ std::string AttachmentFileName(const std::string& name) {
 }
 
 std::string InputTypeOf(const std::string& path) {
-  size_t slash = path.rfind('/');
-  std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
+  std::string base = path.substr(FileNameStart(path));
   size_t dot = base.rfind('.');
   return dot == std::string::npos || dot == 0 ? "" : base.substr(dot + 1);
 }

@@ -145,7 +145,7 @@ void Attachments(ExecThread& thread, DimeStreams& streams, const std::vector<con
       }
       made = true;
     }
-    std::string path = folder + "/" + plain[i];
+    std::string path = folder + kPathSeparator + plain[i];
     if (named.count > 1) {
       ThreadPrint(thread, "Attachment name given %d times, the last one is saved: %s\n",
                   static_cast<int>(std::min<size_t>(named.count, INT_MAX)), plain[i].c_str());
@@ -185,12 +185,12 @@ bool ReadDocumentRequest(RequestFrame& frame, ArgVector& args, bool multi, Docum
   ExecThread& thread = frame.thread();
   bool ok = frame.Scan(multi ? kTmultiOptions.rows : kTranOptions.rows, args, [&](const OptionScanner& option) {
     switch (option.id()) {
-      case kDocRules: req.rules_file = option.argument(); break;
+      case kDocRules: req.rules_file = NativePath(option.argument()); break;
       case kDocIndata:
         if (!multi) req.indata_files.clear();
-        req.indata_files.push_back(option.argument());
+        req.indata_files.push_back(NativePath(option.argument()));
         break;
-      case kDocOutdata: req.outdata = option.argument(); break;
+      case kDocOutdata: req.outdata = NativePath(option.argument()); break;
       case kDocNoengine: req.noengine = true; break;
     }
     return true;

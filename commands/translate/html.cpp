@@ -151,13 +151,13 @@ bool ScanHtmlOptions(RequestFrame& frame, ArgVector& args, HtmlRequest& req) {
         req.has_instring = true;
         break;
       case kHtmlInfile:
-        req.infile = value;
+        req.infile = NativePath(value);
         break;
       case kHtmlOutfile:
-        req.outfile = value;
+        req.outfile = NativePath(value);
         break;
       case kHtmlDownfile:
-        req.downfile = value;
+        req.downfile = NativePath(value);
         break;
       case kHtmlDownIfNotExist:
         req.down_if_not_exist = true;
@@ -317,8 +317,7 @@ std::string RewriteTagNames(unsigned tags) {
 }
 
 std::string HtmlOutputName(const std::string& input) {
-  size_t name_start = input.rfind('/');
-  name_start = name_start == std::string::npos ? 0 : name_start + 1;
+  size_t name_start = FileNameStart(input);
   for (const char* suffix : {".in.html", ".html"}) {
     size_t at = input.rfind(suffix);
     if (at != std::string::npos && at >= name_start) {

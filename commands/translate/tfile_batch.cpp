@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "shell/platform.h"
+
 namespace lexctl::tfile {
 
 std::string DecodeEscapes(std::string_view text) {
@@ -47,13 +49,13 @@ bool ParseLineRange(const char* text, unsigned& start, unsigned& stop) {
 
 std::string OutputName(const std::string& input, const std::string& kind, const std::string& suffix,
                        const std::string& outdir) {
-  size_t slash = input.rfind('/');
-  std::string dir = slash == std::string::npos ? "" : input.substr(0, slash + 1);
-  std::string base = slash == std::string::npos ? input : input.substr(slash + 1);
+  size_t name_start = FileNameStart(input);
+  std::string dir = input.substr(0, name_start);
+  std::string base = input.substr(name_start);
   // A leading dot names a hidden file, not an extension.
   size_t dot = base.rfind('.');
   if (dot != std::string::npos && dot > 0) base.erase(dot);
-  if (!outdir.empty()) dir = outdir.back() == '/' ? outdir : outdir + "/";
+  if (!outdir.empty()) dir = FileNameStart(outdir) == outdir.size() ? outdir : outdir + kPathSeparator;
   std::string name = dir + base + "." + kind;
   if (!suffix.empty()) name += "." + suffix;
   return name + ".txt";
