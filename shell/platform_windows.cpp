@@ -289,8 +289,33 @@ bool NativeToUtf8(std::string& line) {
   return true;
 }
 
+// A line typed at the console, as UTF-8 whatever the console's code page.
+static bool ReadConsoleUtf8(HANDLE in, std::string& line) {
+  std::wstring wide;
+  wchar_t buffer[512];
+  // CTRL+C ends a read with nothing in it; the line goes on being read.
+  for (int empty_reads = 0; empty_reads < 100;) {
+    DWORD n = 0;
+    if (!ReadConsoleW(in, buffer, sizeof(buffer) / sizeof(buffer[0]), &n, nullptr)) break;
+    if (n == 0) {
+      ++empty_reads;
+      continue;
+    }
+    wide.append(buffer, n);
+    if (wide.back() == L'\n') break;
+  }
+  // CTRL+Z at the start of a line is the end of input, as for the C run-time.
+  if (wide.empty() || wide[0] == 0x1A) return false;
+  line = Narrow(wide.data(), static_cast<int>(wide.size()));
+  return true;
+}
+
 bool GetLine(FILE* file, std::string& line) {
   line.clear();
+  DWORD mode;
+  if (file == stdin && GetConsoleMode(GetStdHandle(STD_INPUT_HANDLE), &mode)) {
+    return ReadConsoleUtf8(GetStdHandle(STD_INPUT_HANDLE), line);
+  }
   _lock_file(file);
   int c;
   while ((c = _getc_nolock(file)) != EOF) {

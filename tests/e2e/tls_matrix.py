@@ -16,7 +16,7 @@ import sys
 import tempfile
 import time
 
-from harness import LAYERS, WINDOWS, Checks, Lexsim, Terminal, command, free_port, read, run, stop_process, write
+from harness import EMULATOR, LAYERS, WINDOWS, Checks, Lexsim, Terminal, command, free_port, read, run, stop_process, write
 
 MODES = ["full", "noexpire", "nohost", "minimum", "none"]
 OK, NO = True, False
@@ -108,20 +108,30 @@ def full_mode_failure(out):
     return "".join(line for line in body.splitlines() if line.startswith("FAILED"))
 
 
+def trust_in_wine(cwd, ca):
+    """Adds the CA to the Root store of the prefix lexctl3.exe runs in."""
+    prefix = next(word.split("=", 1)[1] for word in EMULATOR if word.startswith("WINEPREFIX="))
+    script = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "scripts", "wine-trust.sh")
+    subprocess.run(["bash", script, ca], cwd=cwd, env=dict(os.environ, WINEPREFIX=prefix, LEXCTL_WINE=EMULATOR[-1]),
+                   check=True, stdout=subprocess.DEVNULL, timeout=300)
+
+
 def main():
     global LAYERS
     lexctl, lexsim = sys.argv[1], sys.argv[2]
-    if WINDOWS and "windows" in LAYERS:
-        # WinINet trusts the Windows store only (no CA file or folder, no key
-        # file), which this matrix is built around; it needs its own cases.
-        print("tls_matrix: windows layer skipped under Wine: certificates come from the Windows store")
-        LAYERS = tuple(layer for layer in LAYERS if layer != "windows")
+    # WinINet trusts the Windows store only (no CA file or folder, no key
+    # file): under Wine the throw-away CA goes into the prefix's store, and
+    # that layer runs the certificate cases only.
+    store_layers = ("windows",) if WINDOWS and "windows" in LAYERS else ()
+    LAYERS = tuple(layer for layer in LAYERS if layer not in store_layers)
     check = Checks("tls_matrix")
     with tempfile.TemporaryDirectory(prefix="lexctl3-tls-") as cwd:
         make_ca("ca", cwd)
         make_ca("other", cwd)
         for name, (cn, sans, options, _) in CASES.items():
             make_cert(name, cn, sans, cwd, **options)
+        if store_layers:
+            trust_in_wine(cwd, "ca.pem")
         make_cert("ipcn", "127.0.0.1", [], cwd)
         for folder, ca in (("cadir", "ca"), ("otherdir", "other")):
             os.mkdir(os.path.join(cwd, folder))
@@ -137,12 +147,14 @@ def main():
         for name, (_, _, _, expected) in CASES.items():
             with Lexsim(lexsim, ["--tls-cert", f"{name}.pem", "--tls-key", f"{name}.key"], cwd) as sim:
                 url = f"https://localhost:{sim.port}"
-                for layer in LAYERS:
+                for layer in LAYERS + store_layers:
                     want = dict(expected)
                     if layer == "windows" and name in ("selfsigned", "untrusted"):
-                        want["none"] = NO  # "none" is "minimum" on libcurl
+                        want["none"] = NO  # "none" is "minimum" on the windows layer
                     got, out = run_modes(lexctl, cwd, url, layer, ["setopt sslcafile ca.pem"])
                     check(got == want, f"{name} {layer}: accepted {got}, expected {want}")
+                    if layer in store_layers:
+                        continue
                     check(name not in REASONS or REASONS[name] in full_mode_failure(out),
                           f"{name} {layer}: reason not named: {full_mode_failure(out)!r}")
                     if name == "good":

@@ -3,28 +3,46 @@
 pipe, console input read as UTF-8, the CTRL-C notice, scripts without a
 signature read in the ANSI code page, and COMSPEC for a bare "shell"."""
 import os
+import re
 import subprocess
 import sys
 import tempfile
 
 from harness import Checks, Terminal, command, write
 
+# Wine's console draws on the tty with cursor movements: a blank is "erase,
+# one right", and each character is wrapped in hide and show cursor.
+CURSOR = re.compile(rb"\x1b\[\?25[lh]|\x1b\[K")
+RIGHT = re.compile(rb"\x1b\[(\d*)C")
+
+
+class Console(Terminal):
+    def expect(self, text):
+        want = text.encode()
+        while True:
+            self.seen = RIGHT.sub(lambda m: b" " * int(m.group(1) or 1), CURSOR.sub(b"", self.seen))
+            if want in self.seen:
+                break
+            chunk = self.read()
+            if not chunk:
+                raise AssertionError(f"no {text!r} in time; screen so far:\n{self.seen.decode(errors='replace')}")
+            self.seen += chunk
+        self.seen = self.seen[self.seen.index(want) + len(want):]
+
 
 def main():
     lexctl = sys.argv[1]
     check = Checks("windows_console")
     with tempfile.TemporaryDirectory(prefix="lexctl3-win-") as cwd:
-        # English Windows: code page 1252.
-        env = dict(os.environ, HOME=cwd, LANG="en_US.UTF-8", LC_ALL="en_US.UTF-8")
-        env.pop("COMSPEC", None)
+        env = dict(os.environ, HOME=cwd)
 
-        # The console's own line editing hands over UTF-16, and text written
-        # to the console as UTF-8 bytes would come out as code-page letters.
-        s = Terminal(command(lexctl), cwd, env, timeout=60)
+        # Typed text reaches the program as UTF-8 and comes back as UTF-16:
+        # UTF-8 bytes written to the console would show as code-page letters.
+        # Enter is CR to the console: the tty must not make it LF.
+        s = Console(["sh", "-c", 'stty -icrnl && exec "$@"', "sh", *command(lexctl)], cwd, env, timeout=30)
         try:
-            s.expect("> ")
-            for typed, shown in (("echo Grüße 世界\r", "Grüße 世界 "), ("\x03", "CTRL-C interrupt ignored."),
-                                 ("echo still alive\r", "still alive ")):
+            for typed, shown in (("", "> "), ('setvar g "Grüße 世界"\r', "> "), ("echo [{{g}}]\r", "[Grüße 世界]"),
+                                 ("\x03", "CTRL-C interrupt ignored."), ("echo [{{g}}]\r", "[Grüße 世界]")):
                 s.send(typed)
                 s.expect(shown)
             s.send("exit\r")
@@ -34,21 +52,24 @@ def main():
             s.close()
             check(False, str(e))
 
-        def script_output(body, extra_env=()):
+        def script_output(body, comspec=None):
             write(cwd, "run.lex", body)
-            proc = subprocess.run(command(lexctl) + ["--script", "run.lex"], cwd=cwd, env=dict(env, **dict(extra_env)),
-                                  capture_output=True, timeout=120)
-            return proc.stdout
+            argv = command(lexctl) + ["--script", "run.lex"]
+            if comspec:  # Wine sets COMSPEC itself for a program started from Linux
+                exe = "Z:" + os.path.abspath(lexctl).replace("/", "\\")
+                argv = command("cmd") + ["/c", f"set COMSPEC={comspec}&& {exe} --script run.lex"]
+            return subprocess.run(argv, cwd=cwd, env=env, capture_output=True, timeout=120).stdout
 
         # A pipe gets the UTF-8 bytes; a script with a signature is UTF-8, one
         # without it is in the code page (0xE9 is "é" in 1252).
         for body, want in ((b"\xef\xbb\xbfecho caf\xc3\xa9 \xe4\xb8\x96\n", "café 世"), (b"echo caf\xe9\n", "café")):
             got = script_output(body)
-            check(got == (want + " \n").encode(), f"script {body!r} printed {got!r}")
+            check(got == f"> echo {want}\n{want} \n".encode(), f"script {body!r} printed {got!r}")
 
-        # A bare "shell" starts the program COMSPEC names.
-        got = script_output(b"shell\necho back\n", {"COMSPEC": "C:\\windows\\system32\\hostname.exe"})
-        check(got.endswith(b"back \n") and len(got.split(b"\n")) >= 3, f"shell with COMSPEC printed {got!r}")
+        # A bare "shell" runs COMSPEC's program (which cmd.exe would not be).
+        got = script_output(b"shell\necho back\n", "C:\\windows\\system32\\hostname.exe")
+        check(got.startswith(b"> shell \n") and b"hostname" in got and b"Microsoft" not in got and
+              got.endswith(b"> echo back\nback \n"), f"shell with COMSPEC printed {got!r}")
     return check.report()
 
 

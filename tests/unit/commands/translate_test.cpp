@@ -172,7 +172,7 @@ TEST(Tfile, EscapesLineRangesAndOutputNames) {
   EXPECT_EQ(OutputName("in/a.b.csv", "org", "", ""), "in/a.b.org.txt");
   EXPECT_EQ(OutputName("in.d/README", "dic", "v2", ""), "in.d/README.dic.v2.txt");
   EXPECT_EQ(OutputName("in/.hidden", "txn", "", "out/"), "out/.hidden.txn.txt");
-  EXPECT_EQ(OutputName("in/notes.txt", "txn", "FOO", "out"), "out/notes.txn.FOO.txt");
+  EXPECT_EQ(OutputName("in/notes.txt", "txn", "FOO", "out"), std::string("out") + kPathSeparator + "notes.txn.FOO.txt");
 }
 
 std::string Describe(const Batch& b) {
