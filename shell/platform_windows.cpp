@@ -181,8 +181,6 @@ int FolderReadError(const char* path) {
   return 0;
 }
 
-// The find functions match wildcards in the last part of the path only, and
-// know * and ? but not [...].
 std::string NativePath(std::string path) {
   for (char& c : path) {
     if (c == '/') c = '\\';
@@ -195,6 +193,8 @@ size_t FileNameStart(std::string_view path) {
   return slash == std::string_view::npos ? 0 : slash + 1;
 }
 
+// The find functions match wildcards in the last part of the path only, and
+// know * and ? but not [...].
 std::vector<std::string> MatchPaths(const char* pattern, bool mark_folders) {
   std::vector<std::string> paths;
   std::string folder(pattern);
