@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include "client/http_hooks.h"
 #include "client/tls_checks.h"
@@ -134,18 +135,26 @@ bool CurlOwnsHeader(const std::string& name) {
   return false;
 }
 
-// The request's headers less those libcurl sets itself.
-curl_slist* HeaderList(const std::string& request, size_t head_end) {
-  curl_slist* headers = nullptr;
+// The request's header lines less those libcurl sets itself, each ended
+// by "\n": the list libcurl is given is rebuilt only when these change.
+std::string OwnHeaderLines(const std::string& request, size_t head_end) {
+  std::string lines;
   size_t line_start = request.find("\r\n") + 2;  // past the request line
   while (line_start < head_end) {
     size_t line_end = request.find("\r\n", line_start);
-    std::string line = request.substr(line_start, line_end - line_start);
-    size_t colon = line.find(':');
-    if (colon != std::string::npos && !CurlOwnsHeader(line.substr(0, colon))) {
-      headers = Curl().slist_append(headers, line.c_str());
+    size_t colon = request.find(':', line_start);
+    if (colon < line_end && !CurlOwnsHeader(request.substr(line_start, colon - line_start))) {
+      lines.append(request, line_start, line_end - line_start).push_back('\n');
     }
     line_start = line_end + 2;
+  }
+  return lines;
+}
+
+curl_slist* HeaderList(const std::string& lines) {
+  curl_slist* headers = nullptr;
+  for (size_t start = 0, end; (end = lines.find('\n', start)) != std::string::npos; start = end + 1) {
+    headers = Curl().slist_append(headers, lines.substr(start, end - start).c_str());
   }
   return Curl().slist_append(headers, "Expect:");
 }
@@ -279,6 +288,7 @@ CurlTransport::CurlTransport() = default;
 CurlTransport::~CurlTransport() {
   EndTransfer();
   if (multi_) Curl().multi_cleanup(multi_);
+  if (headers_) Curl().slist_free_all(headers_);
   if (curl_) Curl().easy_cleanup(curl_);
   if (trace_) fclose(trace_);
 }
@@ -362,22 +372,22 @@ void CurlTransport::StartTransfer(struct soap* soap, size_t head_end) {
       length = strtoll(request_.c_str() + line + 17, nullptr, 10);
     }
   }
-  headers_ = HeaderList(request_, head_end);
   if (!configured_) Configure();
+  std::string lines = OwnHeaderLines(request_, head_end);
+  if (!headers_ || lines != header_lines_) {
+    if (headers_) api.slist_free_all(headers_);
+    headers_ = HeaderList(lines);
+    header_lines_.swap(lines);
+    api.easy_setopt(curl_, CURLOPT_HTTPHEADER, headers_);
+  }
   error_text_[0] = '\0';
   // A request that came in one piece (most do) goes out in one, with its head.
   whole_ = length >= 0 && request_.size() - head_end - 4 == static_cast<size_t>(length);
   api.easy_setopt(curl_, CURLOPT_POSTFIELDS, whole_ ? request_.data() + head_end + 4 : nullptr);
-  api.easy_setopt(curl_, CURLOPT_READFUNCTION, CurlRead);
-  api.easy_setopt(curl_, CURLOPT_READDATA, this);
-  api.easy_setopt(curl_, CURLOPT_SEEKFUNCTION, CurlSeek);
-  api.easy_setopt(curl_, CURLOPT_SEEKDATA, this);
   replay_.clear();
   replay_whole_ = true;
   read_pos_ = 0;
   api.easy_setopt(curl_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(length));
-  api.easy_setopt(curl_, CURLOPT_HTTPHEADER, headers_);
-  api.easy_setopt(curl_, CURLOPT_ERRORBUFFER, error_text_);
   SetCallOptions(soap);
   ClearReply();
   if (api.multi_add(multi_, curl_) != CURLM_OK) {
@@ -436,8 +446,6 @@ int CurlTransport::TransferError(struct soap* soap) {
 
 void CurlTransport::EndTransfer() {
   if (started_) Curl().multi_remove(multi_, curl_);
-  if (headers_) Curl().slist_free_all(headers_);
-  headers_ = nullptr;
   started_ = finished_ = false;
   send_paused_ = recv_paused_ = false;
   feed_left_ = 0;
@@ -467,7 +475,15 @@ void CurlTransport::Configure() {
   const CurlApi& api = Curl();
   CURL* curl = curl_;
   api.easy_reset(curl);
+  call_options_.reset();
+  if (headers_) api.slist_free_all(headers_);
+  headers_ = nullptr;
   api.easy_setopt(curl, CURLOPT_POST, 1L);
+  api.easy_setopt(curl, CURLOPT_READFUNCTION, CurlRead);
+  api.easy_setopt(curl, CURLOPT_READDATA, this);
+  api.easy_setopt(curl, CURLOPT_SEEKFUNCTION, CurlSeek);
+  api.easy_setopt(curl, CURLOPT_SEEKDATA, this);
+  api.easy_setopt(curl, CURLOPT_ERRORBUFFER, error_text_);
   api.easy_setopt(curl, CURLOPT_USERAGENT, (settings_.client_name + kClientVersionSuffix).c_str());
   api.easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
   api.easy_setopt(curl, CURLOPT_WRITEFUNCTION, CurlWrite);
@@ -499,22 +515,31 @@ void CurlTransport::Configure() {
   configured_ = true;
 }
 
-// Options that the context may change between calls.
+// Options that the context may change between calls, set when they do.
 void CurlTransport::SetCallOptions(struct soap* soap) {
+  CallOptions wanted{url_,
+                     soap->connect_timeout,
+                     soap->recv_timeout,
+                     (soap->omode & SOAP_IO_KEEPALIVE) != 0,
+                     (soap->omode & SOAP_ENC_ZLIB) != 0,
+                     // An empty proxy also keeps libcurl from taking one from the environment.
+                     soap->proxy_host ? "http://" + std::string(soap->proxy_host) + ":" +
+                                            std::to_string(soap->proxy_port)
+                                      : "",
+                     trace_ != nullptr};
+  if (call_options_ && *call_options_ == wanted) return;
   const CurlApi& api = Curl();
   CURL* curl = curl_;
-  api.easy_setopt(curl, CURLOPT_URL, url_.c_str());
-  api.easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(soap->connect_timeout));
+  call_options_ = std::move(wanted);
+  const CallOptions& set = *call_options_;
+  api.easy_setopt(curl, CURLOPT_URL, set.url.c_str());
+  api.easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(set.connect_timeout));
   // A receive time-out: the call ends when nothing arrives for that long.
-  api.easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(soap->recv_timeout));
-  api.easy_setopt(curl, CURLOPT_FORBID_REUSE, (soap->omode & SOAP_IO_KEEPALIVE) ? 0L : 1L);
-  api.easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, (soap->omode & SOAP_ENC_ZLIB) ? "gzip, deflate" : nullptr);
-  // An empty proxy also keeps libcurl from taking one from the environment.
-  std::string proxy = soap->proxy_host ? "http://" + std::string(soap->proxy_host) + ":" +
-                                             std::to_string(soap->proxy_port)
-                                       : "";
-  api.easy_setopt(curl, CURLOPT_PROXY, proxy.c_str());
-  if (trace_) {
+  api.easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(set.recv_timeout));
+  api.easy_setopt(curl, CURLOPT_FORBID_REUSE, set.keep_alive ? 0L : 1L);
+  api.easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, set.compress ? "gzip, deflate" : nullptr);
+  api.easy_setopt(curl, CURLOPT_PROXY, set.proxy.c_str());
+  if (set.trace) {
     api.easy_setopt(curl, CURLOPT_VERBOSE, 1L);
     api.easy_setopt(curl, CURLOPT_DEBUGFUNCTION, CurlTrace);
     api.easy_setopt(curl, CURLOPT_DEBUGDATA, this);
@@ -541,29 +566,31 @@ void CurlTransport::ClearReply() {
 // Hand gSOAP the reply as it would have read it from a socket, less what
 // libcurl already undid (chunking, and compression when it was asked for).
 void CurlTransport::BuildReplyHead(bool decoded) {
+  std::string_view headers = reply_headers_;
+  auto named = [](std::string_view line, const char* name) {
+    size_t length = strlen(name);
+    return line.size() > length && line[length] == ':' && strncasecmp(line.data(), name, length) == 0;
+  };
+  reply_.clear();
   size_t pos = 0;
-  bool first = true;
-  while (pos < reply_headers_.size()) {
-    size_t end = reply_headers_.find("\r\n", pos);
-    if (end == std::string::npos) end = reply_headers_.size();
-    std::string line = reply_headers_.substr(pos, end - pos);
+  while (pos < headers.size()) {
+    size_t end = std::min(headers.find("\r\n", pos), headers.size());
+    std::string_view line = headers.substr(pos, end - pos);
     pos = end + 2;
     if (line.empty()) continue;
-    if (first) {
+    if (reply_.empty()) {
       size_t space = line.find(' ');
-      reply_ = "HTTP/1.1" + (space == std::string::npos ? std::string(" 200 OK") : line.substr(space)) + "\r\n";
-      first = false;
+      reply_.append("HTTP/1.1").append(space == std::string_view::npos ? " 200 OK" : line.substr(space));
+      reply_.append("\r\n");
       continue;
     }
-    size_t colon = line.find(':');
-    std::string name = colon == std::string::npos ? line : line.substr(0, colon);
-    if (strcasecmp(name.c_str(), "Content-Length") == 0 || strcasecmp(name.c_str(), "Transfer-Encoding") == 0 ||
-        (decoded && strcasecmp(name.c_str(), "Content-Encoding") == 0)) {
+    if (named(line, "Content-Length") || named(line, "Transfer-Encoding") ||
+        (decoded && named(line, "Content-Encoding"))) {
       continue;
     }
-    reply_ += line + "\r\n";
+    reply_.append(line).append("\r\n");
   }
-  if (first) reply_ = "HTTP/1.1 200 OK\r\n";
+  if (reply_.empty()) reply_ = "HTTP/1.1 200 OK\r\n";
   // The body's length is not known yet: it ends where libcurl's ends.
   reply_ += "\r\n";
 }

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "client/local_data.h"
@@ -60,8 +61,22 @@ class CurlTransport : public Transport {
   int TransferError(struct soap* soap);
   void EndTransfer();
 
+  // What SetCallOptions last gave libcurl.
+  struct CallOptions {
+    std::string url;
+    int connect_timeout;
+    int recv_timeout;
+    bool keep_alive;
+    bool compress;
+    std::string proxy;
+    bool trace;
+    bool operator==(const CallOptions&) const = default;
+  };
+
   CURLM* multi_ = nullptr;
-  curl_slist* headers_ = nullptr;
+  curl_slist* headers_ = nullptr;  // kept while the request's own headers stay the same
+  std::string header_lines_;       // what headers_ was made from
+  std::optional<CallOptions> call_options_;
   bool started_ = false;   // the easy handle is in multi_
   bool finished_ = false;  // and libcurl is done with it
   bool replying_ = false;  // the request is out; gSOAP reads the reply
