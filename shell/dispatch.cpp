@@ -5,6 +5,8 @@
 #include <cstring>
 #include <exception>
 #include <new>
+#include <string>
+#include <unordered_map>
 
 #include "shell/builtins.h"
 #include "shell/interpreter.h"
@@ -125,12 +127,25 @@ bool IsClientRow(const CommandRecord* row) {
   return !table.empty() && row >= table.data() + client_begin && row < table.data() + table.size();
 }
 
-const CommandRecord* FindCommand(const char* word) {
-  if (!*word) return nullptr;
-  for (const CommandRecord* row = CommandTableRows(); row->name; ++row) {
-    if (row->name != GroupMarker && strcasecmp(row->name, word) == 0) return row;
+static std::string AsciiLower(const char* text) {
+  std::string lower(text);
+  for (char& c : lower) {
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   }
-  return nullptr;
+  return lower;
+}
+
+const CommandRecord* FindCommand(const char* word) {
+  // Every script line looks its command up: the table is indexed once.
+  static const std::unordered_map<std::string, const CommandRecord*> index = [] {
+    std::unordered_map<std::string, const CommandRecord*> rows;
+    for (const CommandRecord* row = CommandTableRows(); row->name; ++row) {
+      if (row->name != GroupMarker) rows.emplace(AsciiLower(row->name), row);  // the first of a name wins
+    }
+    return rows;
+  }();
+  auto found = index.find(AsciiLower(word));
+  return found == index.end() ? nullptr : found->second;
 }
 
 const CommandRecord* FindOption(const char* option) {

@@ -99,6 +99,9 @@ void FailV(ExecThread& thread, bool to_stderr, const char* format, va_list args)
 bool AnyCommandFailed() { return any_failed; }
 
 void ThreadPrintV(ExecThread& thread, const char* format, va_list args) {
+  // A load script prints nothing: its calls should not pay for formatting.
+  bool shown = thread.console_mode == kConsoleOutput || thread.console_mode == kConsoleAll;
+  if (!shown && !thread.tee && !thread.redirect) return;
   StartLine(thread);
   FormatInto(thread.print_buffer, thread.print_buffer.size(), format, args);
   Route(thread);
