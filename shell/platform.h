@@ -29,6 +29,9 @@ void WriteConsoleText(std::string_view text);
 
 /// Opens a file by its UTF-8 path.
 FILE* OpenFile(const char* path, const char* mode);
+/// Opens a script for reading. Loops seek back in it on every turn; where
+/// the platform allows, those seeks cost no system call.
+FILE* OpenScriptFile(const char* path);
 /// remove() and rename() by UTF-8 paths; rename replaces an existing file.
 int RemoveFile(const char* path);
 int RenameFile(const char* from, const char* to);

@@ -13,11 +13,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <exception>
+#include <string>
 
 #include "shell/platform.h"
 #include "shell/utf8.h"
@@ -64,6 +66,72 @@ void WriteConsoleText(std::string_view text) {
 }
 
 FILE* OpenFile(const char* path, const char* mode) { return fopen(path, mode); }
+
+namespace {
+
+// A regular file read through a block kept here: a loop seeks back to its
+// procedure on every turn, and stdio would ask the kernel each time.
+struct ScriptCookie {
+  int fd;
+  off64_t pos = 0;
+  std::string block{};      // the file's bytes from block_start, as last read
+  off64_t block_start = 0;
+};
+
+ssize_t ScriptRead(void* cookie, char* buffer, size_t size) {
+  auto* script = static_cast<ScriptCookie*>(cookie);
+  off64_t block_end = script->block_start + static_cast<off64_t>(script->block.size());
+  if (script->pos < script->block_start || script->pos >= block_end) {
+    // Past the block (a file that grows is read again there) or before it.
+    script->block.resize(size_t{64} << 10);
+    ssize_t n = pread(script->fd, script->block.data(), script->block.size(), script->pos);
+    script->block.resize(n > 0 ? static_cast<size_t>(n) : 0);
+    script->block_start = script->pos;
+    if (n <= 0) return n;
+  }
+  size_t offset = static_cast<size_t>(script->pos - script->block_start);
+  size_t n = std::min(size, script->block.size() - offset);
+  memcpy(buffer, script->block.data() + offset, n);
+  script->pos += static_cast<off64_t>(n);
+  return static_cast<ssize_t>(n);
+}
+
+int ScriptSeek(void* cookie, off64_t* offset, int whence) {
+  auto* script = static_cast<ScriptCookie*>(cookie);
+  off64_t base = whence == SEEK_SET ? 0 : whence == SEEK_CUR ? script->pos : -1;
+  if (whence == SEEK_END) {
+    struct stat info;
+    if (fstat(script->fd, &info) != 0) return -1;
+    base = info.st_size;
+  }
+  if (base < 0 || base + *offset < 0) return -1;
+  *offset = script->pos = base + *offset;
+  return 0;
+}
+
+int ScriptClose(void* cookie) {
+  auto* script = static_cast<ScriptCookie*>(cookie);
+  int status = close(script->fd);
+  delete script;
+  return status;
+}
+
+}  // namespace
+
+FILE* OpenScriptFile(const char* path) {
+  int fd = open(path, O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return nullptr;
+  struct stat info;
+  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+    FILE* file = fdopen(fd, "rb");  // a pipe or device reads as it comes
+    if (!file) close(fd);
+    return file;
+  }
+  auto* script = new ScriptCookie{fd};
+  FILE* file = fopencookie(script, "rb", {ScriptRead, nullptr, ScriptSeek, ScriptClose});
+  if (!file) ScriptClose(script);
+  return file;
+}
 int RemoveFile(const char* path) { return remove(path); }
 int RenameFile(const char* from, const char* to) { return rename(from, to); }
 

@@ -236,7 +236,7 @@ void RunCommandLoop(ExecThread& thread) {
 }
 
 bool PushInputFile(ExecThread& thread, const char* path, ExecThread* reporter) {
-  FILE* file = thread.input_stack.size() < kMaxInputDepth ? OpenFile(path, "rb") : nullptr;
+  FILE* file = thread.input_stack.size() < kMaxInputDepth ? OpenScriptFile(path) : nullptr;
   if (!file) {
     FailToStderr(reporter ? *reporter : thread, "Error opening file '%s'\n", path);
     return false;

@@ -65,11 +65,9 @@ bool Batcher::ReadLine(Line& line) {
   std::string text;
   if (!std::getline(in_, text)) return false;
   line.number = ++number_;
-  line.end = in_.eof() ? "" : "\n";
-  if (!line.end.empty() && !text.empty() && text.back() == '\r') {
-    text.pop_back();
-    line.end = "\r\n";
-  }
+  bool crlf = !in_.eof() && !text.empty() && text.back() == '\r';
+  if (crlf) text.pop_back();
+  line.end = in_.eof() ? std::string_view() : crlf ? std::string_view("\r\n") : std::string_view("\n");
   if (line.number == 1 && text.compare(0, 3, "\xEF\xBB\xBF") == 0) text.erase(0, 3);
   line.text = sel_.escape ? DecodeEscapes(text) : std::move(text);
   return true;
