@@ -159,6 +159,22 @@ curl_slist* HeaderList(const std::string& lines) {
   return Curl().slist_append(headers, "Expect:");
 }
 
+// The request's Content-Length; -1 when it has none (libcurl then sends
+// the body chunked).
+long long RequestLength(const std::string& request, size_t head_end) {
+  long long length = -1;
+  for (size_t line = request.find("\r\n"); line != std::string::npos && line < head_end;
+       line = request.find("\r\n", line + 2)) {
+    if (strncasecmp(request.c_str() + line + 2, "Content-Length:", 15) == 0) {
+      length = strtoll(request.c_str() + line + 17, nullptr, 10);
+    }
+  }
+  return length;
+}
+
+// A body up to this long is gathered and sent with its head in one piece.
+constexpr long long kGatherBytes = 4ll << 20;
+
 int ErrorStatus(CURLcode code) {
   switch (code) {
     case CURLE_SSL_CONNECT_ERROR:
@@ -330,9 +346,15 @@ int CurlTransport::Send(struct soap* soap, const char* data, size_t size) {
   }
   if (!setup_error_.empty()) return SOAP_OK;
   // The head is gathered whole: libcurl needs its headers before the body.
+  // A stored request's body follows in a write of its own; one of bounded
+  // length is gathered too, to go out in one piece with its head.
   request_.append(data, size);
   size_t head_end = request_.find("\r\n\r\n");
   if (head_end == std::string::npos) return SOAP_OK;
+  long long length = RequestLength(request_, head_end);
+  if (length >= 0 && length <= kGatherBytes && request_.size() - head_end - 4 < static_cast<size_t>(length)) {
+    return SOAP_OK;
+  }
   StartTransfer(soap, head_end);
   if (!started_ || whole_) return SOAP_OK;
   std::string head;
@@ -365,13 +387,7 @@ void CurlTransport::StartTransfer(struct soap* soap, size_t head_end) {
     setup_status_ = SOAP_SSL_ERROR;
     return;
   }
-  long long length = -1;  // unknown: libcurl sends it chunked
-  for (size_t line = request_.find("\r\n"); line != std::string::npos && line < head_end;
-       line = request_.find("\r\n", line + 2)) {
-    if (strncasecmp(request_.c_str() + line + 2, "Content-Length:", 15) == 0) {
-      length = strtoll(request_.c_str() + line + 17, nullptr, 10);
-    }
-  }
+  long long length = RequestLength(request_, head_end);
   if (!configured_) Configure();
   std::string lines = OwnHeaderLines(request_, head_end);
   if (!headers_ || lines != header_lines_) {

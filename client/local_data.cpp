@@ -132,14 +132,10 @@ void SoapClient::ApplyAfterBuild() {
     soap_clr_omode(soap_, SOAP_ENC_ZLIB);
   }
   // Every request goes out with a Content-Length, which some proxies insist
-  // on. gSOAP's sockets get it built whole and sent in one write, the fastest
-  // way for the small requests that are most of the traffic. The libcurl
-  // transport needs the request in one piece anyway: measured first and then
-  // written straight into it, a large document is held once rather than
-  // twice. Compressed requests can only be measured by building them.
-  bool measure = settings.platform_http_layer && !settings.compress;
-  io_mode_ = measure ? SOAP_IO_BUFFER : SOAP_IO_STORE;
-  soap_->omode = (soap_->omode & ~SOAP_IO) | io_mode_;
+  // on. Built whole, a request is made once and goes out in one piece, the
+  // fastest way for the small requests that are most of the traffic;
+  // measuring it first would build it twice (ExpectRequestPayload).
+  soap_->omode = (soap_->omode & ~SOAP_IO) | SOAP_IO_STORE;
   if (settings.keepalive) {
     soap_set_imode(soap_, SOAP_IO_KEEPALIVE);
     soap_set_omode(soap_, SOAP_IO_KEEPALIVE);
@@ -187,7 +183,13 @@ void SoapClient::BeginExchange() {
   // The library drops a stored request's mode once it is sent, and would
   // build every later request twice, once only to measure it. A mode that a
   // command set for itself stays.
-  if (soap_ && (soap_->omode & SOAP_IO) == SOAP_IO_FLUSH) soap_->omode |= io_mode_;
+  if (soap_ && (soap_->omode & SOAP_IO) == SOAP_IO_FLUSH) soap_->omode |= SOAP_IO_STORE;
+  // A large document goes out as it is written: measured first, it is held
+  // once, by the command, rather than a second time in the request. A
+  // compressed request can only be measured by building it.
+  if (soap_ && measure_request_ && (soap_->omode & SOAP_IO) == SOAP_IO_STORE && !settings.compress) {
+    soap_->omode = (soap_->omode & ~SOAP_IO) | SOAP_IO_BUFFER;
+  }
   if (soap_ && transport_) transport_->BeginCall(soap_);
 }
 
@@ -195,7 +197,17 @@ bool SoapClient::MayRetry(int status) {
   return status == SOAP_EOF && soap_ && transport_ && transport_->LostKeptConnection(soap_);
 }
 
+void SoapClient::ExpectRequestPayload(size_t bytes) {
+  // gSOAP's own sockets take a stored request in one write; only the HTTP
+  // library layer streams one.
+  if (bytes >= (size_t{1} << 20) && settings.platform_http_layer) measure_request_ = true;
+}
+
 void SoapClient::EndCall() {
+  if (measure_request_ && soap_ && (soap_->omode & SOAP_IO) == SOAP_IO_BUFFER) {
+    soap_->omode = (soap_->omode & ~SOAP_IO) | SOAP_IO_STORE;
+  }
+  measure_request_ = false;
   // gSOAP forgets these after a parsed response, not after a failed connect.
   if (soap_) {
     soap_->userid = nullptr;

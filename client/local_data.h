@@ -97,6 +97,9 @@ class SoapClient : public ThreadData {
   void UseBasicAuth(const std::string& user, const std::string& password);
   /// Clears what one call may have set (Basic authentication).
   void EndCall();
+  /// The command's request carries a payload this large, inline: on the
+  /// HTTP library layer it is measured and streamed, not built whole.
+  void ExpectRequestPayload(size_t bytes);
   /// Marks the start of a call's exchange.
   void BeginExchange();
   /// Whether a call that ended with status may go again: its request went
@@ -119,7 +122,7 @@ class SoapClient : public ThreadData {
   struct soap* soap_ = nullptr;
   std::unique_ptr<Transport> transport_;
   bool on_platform_http_ = false;  // which layer transport_ is
-  int io_mode_ = 0;                // how requests are built: SOAP_IO_BUFFER or SOAP_IO_STORE
+  bool measure_request_ = false;  // the command's request is streamed (ExpectRequestPayload)
   std::string proxy_host_;  // the context points here, not into per-call memory
   std::string basic_user_;
   std::string basic_password_;

@@ -233,6 +233,7 @@ void SetPayload(LocalData& data, xsd__base64Binary& binary, std::string_view byt
   binary.id = nullptr;
   binary.type = nullptr;
   binary.options = nullptr;
+  if (!data.settings.dime) data.ExpectRequestPayload(bytes.size());
   if (data.settings.dime) {
     binary.type = const_cast<char*>("application/octet-stream");
     binary.options = soap_dime_option(data.context(), 0, name);
