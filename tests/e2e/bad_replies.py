@@ -20,7 +20,7 @@ import sys
 import tempfile
 import time
 
-from harness import LAYERS, LOGIN, Checks, Lexsim, read_message, run, serve_on_loopback
+from harness import LAYERS, LOGIN, WINDOWS, Checks, Lexsim, read_message, run, serve_on_loopback
 
 ENVELOPE = (b'<?xml version="1.0" encoding="UTF-8"?>\n<SOAP-ENV:Envelope '
             b'xmlns:SOAP-ENV="http://schemas.xmlsoap.org/soap/envelope/" '
@@ -30,6 +30,7 @@ ENVELOPE = (b'<?xml version="1.0" encoding="UTF-8"?>\n<SOAP-ENV:Envelope '
 SOAP_ENV = "http://schemas.xmlsoap.org/soap/envelope/"
 NV = "http://schemas.lexary.net/nvsoap/2/schema"
 FAULT_TOKEN = "0123456789abcdef"
+SEP = "\\" if WINDOWS else "/"
 
 
 def fault_body(style, licence):
@@ -190,9 +191,10 @@ def attachment_checks(lexctl, cwd, check):
         proc = run(lexctl, cwd, [f"setopt commslayer {layer}", "setopt timeout 60", *LOGIN,
                                  f"setopt server http://127.0.0.1:{port}", "@echo CALL",
                                  f'@tran "" x -outdata {layer}/out.txt'], timeout=300)
-        saved = f"Output Attachment (text/plain): {layer}/out.txt_files/"
-        want = (f"CALL \nOutput File:  {layer}/out.txt\nInput Encoding Used: UTF-8\n"
-                f"Output File (text): {layer}/out.txt (3 bytes)\n{saved}escape.txt (1 bytes)\n"
+        out = f"{layer}{SEP}out.txt"  # lexctl3.exe writes file options with the system's separator
+        saved = f"Output Attachment (text/plain): {out}_files{SEP}"
+        want = (f"CALL \nOutput File:  {out}\nInput Encoding Used: UTF-8\n"
+                f"Output File (text): {out} (3 bytes)\n{saved}escape.txt (1 bytes)\n"
                 f"{saved}lexctl3-bad-absolute.txt (1 bytes)\nInvalid attachment name: ..\n{saved}inner.txt (1 bytes)\n"
                 f"{saved}empty.txt (0 bytes)\nAttachment name given 99995 times, the last one is saved: same.txt\n"
                 f"{saved}same.txt (4 bytes)\n")
@@ -211,15 +213,17 @@ def later_call_checks(lexctl, cwd, check):
     """What one call leaves behind does not reach the next: after a reply that
     failed halfway (300 kB of junk on a connection left open) the next call
     takes a new connection, and a new time-out holds from the next call on."""
-    replies = []  # what each new connection gets in turn; None: silence
+    replies = []  # what each request gets in turn; None: silence
 
     def serve_in_turn(conn):
-        body = replies.pop(0) if replies else None
+        # Requests are answered in turn on whichever connection they come:
+        # Wine's WinINet keeps a connection the request asked to close.
         try:
-            if read_request(conn) is not None and body is not None:
-                conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n"
-                             % len(body) + body)
-            read_request(conn)  # held open until the client leaves, or for 10 s
+            while read_request(conn) is not None:  # held open until the client leaves, or for 10 s
+                body = replies.pop(0) if replies else None
+                if body is not None:
+                    conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n"
+                                 % len(body) + body)
         except OSError:
             pass
         finally:
