@@ -588,6 +588,8 @@ void CurlTransport::BuildReplyHead(bool decoded) {
     return line.size() > length && line[length] == ':' && strncasecmp(line.data(), name, length) == 0;
   };
   reply_.clear();
+  std::string_view length;
+  bool reshaped = false;  // libcurl's body is not the one the length counts
   size_t pos = 0;
   while (pos < headers.size()) {
     size_t end = std::min(headers.find("\r\n", pos), headers.size());
@@ -600,14 +602,24 @@ void CurlTransport::BuildReplyHead(bool decoded) {
       reply_.append("\r\n");
       continue;
     }
-    if (named(line, "Content-Length") || named(line, "Transfer-Encoding") ||
-        (decoded && named(line, "Content-Encoding"))) {
+    if (named(line, "Content-Length")) {
+      length = line.substr(15);
+      continue;
+    }
+    if (named(line, "Transfer-Encoding") || (decoded && named(line, "Content-Encoding"))) {
+      reshaped = true;
       continue;
     }
     reply_.append(line).append("\r\n");
   }
   if (reply_.empty()) reply_ = "HTTP/1.1 200 OK\r\n";
-  // The body's length is not known yet: it ends where libcurl's ends.
+  // A length libcurl holds the body to lets gSOAP size a large value once
+  // instead of growing it; one over the reply limit fails the call anyway.
+  // Otherwise the body ends where libcurl's ends.
+  unsigned long long bytes = strtoull(std::string(length).c_str(), nullptr, 10);
+  if (!length.empty() && !reshaped && bytes > 0 && bytes <= MaxReplyBytes()) {
+    reply_.append("Content-Length: ").append(std::to_string(bytes)).append("\r\n");
+  }
   reply_ += "\r\n";
 }
 
