@@ -355,7 +355,7 @@ int CurlTransport::Send(struct soap* soap, const char* data, size_t size) {
   if (length >= 0 && length <= kGatherBytes && request_.size() - head_end - 4 < static_cast<size_t>(length)) {
     return SOAP_OK;
   }
-  StartTransfer(soap, head_end);
+  StartTransfer(soap, head_end, length);
   if (!started_ || whole_) return SOAP_OK;
   std::string head;
   head.swap(request_);
@@ -363,7 +363,7 @@ int CurlTransport::Send(struct soap* soap, const char* data, size_t size) {
   return SOAP_OK;
 }
 
-void CurlTransport::StartTransfer(struct soap* soap, size_t head_end) {
+void CurlTransport::StartTransfer(struct soap* soap, size_t head_end, long long length) {
   const CurlApi& api = Curl();
   EndTransfer();
   setup_error_.clear();
@@ -387,7 +387,6 @@ void CurlTransport::StartTransfer(struct soap* soap, size_t head_end) {
     setup_status_ = SOAP_SSL_ERROR;
     return;
   }
-  long long length = RequestLength(request_, head_end);
   if (!configured_) Configure();
   std::string lines = OwnHeaderLines(request_, head_end);
   if (!headers_ || lines != header_lines_) {

@@ -50,8 +50,8 @@ class CurlTransport : public Transport {
   /// The reply's head as gSOAP expects it, from libcurl's headers.
   void BuildReplyHead(bool decoded);
   /// Starts the transfer once the request's head is in; the body follows
-  /// through Feed.
-  void StartTransfer(struct soap* soap, size_t head_end);
+  /// through Feed. length: its Content-Length, -1 for none.
+  void StartTransfer(struct soap* soap, size_t head_end, long long length);
   /// Hands libcurl one piece of the body and returns once it has taken it.
   void Feed(const char* data, size_t size);
   /// Runs the transfer until done() holds or it ends.
