@@ -142,19 +142,19 @@ void ApplyRules(Call& call, tr::Translator& translator, const std::string* rules
 }
 
 // Input bytes as UTF-8: the byte-order mark or the detected encoding.
-std::string ToUtf8(const std::string& bytes, const std::string& enc, std::string* used) {
+std::string ToUtf8(std::string bytes, const std::string& enc, std::string* used) {
   size_t bom = 0;
   std::string b = text::BomEncoding(bytes, &bom);
   std::string e = !enc.empty() ? enc : !b.empty() ? b : text::DetectEncoding(bytes);
   *used = e;
-  std::string body = bytes.substr(b == e || enc.empty() ? bom : 0);
-  if (e == "UTF-8") return body;
-  text::Converted c = text::Convert(body, e, "UTF-8");
+  bytes.erase(0, b == e || enc.empty() ? bom : 0);
+  if (e == "UTF-8") return bytes;
+  text::Converted c = text::Convert(bytes, e, "UTF-8");
   if (!c.ok) Raise(err::kArgument, "The document is not valid " + e + " text (byte " + std::to_string(c.bad_at) + ")");
   return c.out;
 }
 
-DocOut TranslateDocument(Call& call, const tr::Translator& translator, const std::string& bytes,
+DocOut TranslateDocument(Call& call, const tr::Translator& translator, std::string bytes,
                          size_t index) {
   DocOut d;
   d.type = DocumentType(call, bytes);
@@ -166,7 +166,7 @@ DocOut TranslateDocument(Call& call, const tr::Translator& translator, const std
   if (d.type == "text") {
     size_t bom = 0;
     bool had_bom = !text::BomEncoding(bytes, &bom).empty();
-    std::string utf8 = ToUtf8(bytes, "", &d.encoding_used);
+    std::string utf8 = ToUtf8(std::move(bytes), "", &d.encoding_used);
     tr::BlockIn in;
     in.text = utf8;
     tr::BlockOut out = translator.Translate(in);
@@ -174,11 +174,11 @@ DocOut TranslateDocument(Call& call, const tr::Translator& translator, const std
     d.data = (had_bom ? "\xEF\xBB\xBF" : "") + out.translation;
   } else if (d.type == "html") {
     std::string meta = tr::HtmlMetaCharset(bytes);
-    std::string utf8 = ToUtf8(bytes, text::KnownEncoding(meta) ? meta : "", &d.encoding_used);
+    std::string utf8 = ToUtf8(std::move(bytes), text::KnownEncoding(meta) ? meta : "", &d.encoding_used);
     tr::HtmlOptions opt;
     d.data = tr::TranslateHtml(translator, utf8, opt, &d.unknown);
   } else {
-    std::string utf8 = ToUtf8(bytes, "", &d.encoding_used);
+    std::string utf8 = ToUtf8(std::move(bytes), "", &d.encoding_used);
     std::vector<tr::XmlError> errors;
     if (!tr::TranslateXml(translator, utf8, "", &d.data, &errors, &d.unknown)) {
       const tr::XmlError& e = errors.front();
@@ -205,9 +205,10 @@ nv__OutputFileArray* ReportAttachment(Call& call, const DocOut& d) {
   return a;
 }
 
-nv__OutputData* OutputOf(Call& call, const DocOut& d, bool attach) {
+// Takes the document's bytes; the rest of d stays for the report.
+nv__OutputData* OutputOf(Call& call, DocOut& d, bool attach) {
   auto* o = soap_new_nv__OutputData(call.soap());
-  o->data = tr::Binary(call.soap(), d.data);
+  o->data = tr::Binary(call.soap(), std::move(d.data));
   o->encodingUsed = call.Str(d.encoding_used);
   o->outputEncoding = call.Str("UTF-8");
   o->type = call.Str(d.type);
@@ -334,14 +335,14 @@ int nv__TranslateHtml(struct soap* soap, std::string* licence, std::string* clie
           if (text::KnownEncoding(meta)) enc = meta;
         }
         std::string used;
-        std::string utf8 = ToUtf8(bytes, enc, &used);
+        std::string utf8 = ToUtf8(std::move(bytes), enc, &used);
         auto lock = call.state().Lock();
         tr::Dictionaries dicts(call.state(), call.Target(), tr::EngineProps(engine));
         tr::Translator translator(e, dicts, tr::FlagsOf(call.keys()));
         std::vector<tr::UnknownOut> unknown;
         std::string out = tr::TranslateHtml(translator, utf8, opt, &unknown);
         r.encodingUsed = call.Str(used);
-        r.document = tr::Binary(call.soap(), out);
+        r.document = tr::Binary(call.soap(), std::move(out));
         r.outputEncoding = call.Str("UTF-8");
         r.unknown = tr::UnknownToWire(call.soap(), unknown);
       });

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <set>
+#include <string_view>
 
 #include "text_segment.h"
 #include "text_utf8.h"
@@ -31,11 +32,16 @@ bool StartsNoCase(const std::string& s, size_t at, const char* lit) {
 }
 
 // Decodes character references; an unknown named one stays as written.
-std::string DecodeEntities(const std::string& s) {
+std::string DecodeEntities(std::string_view s) {
   std::string out;
+  out.reserve(s.size());
   for (size_t i = 0; i < s.size(); ++i) {
     if (s[i] != '&') {
-      out.push_back(s[i]);
+      // Runs without a reference are copied whole: an attribute may be a data URI of gigabytes.
+      size_t amp = s.find('&', i);
+      if (amp == std::string_view::npos) amp = s.size();
+      out.append(s, i, amp - i);
+      i = amp - 1;
       continue;
     }
     size_t semi = s.find(';', i);
@@ -43,7 +49,7 @@ std::string DecodeEntities(const std::string& s) {
       out.push_back('&');
       continue;
     }
-    std::string name = s.substr(i + 1, semi - i - 1);
+    std::string name(s.substr(i + 1, semi - i - 1));
     std::string rep;
     if (name == "amp") rep = "&";
     else if (name == "lt") rep = "<";
@@ -100,7 +106,7 @@ struct Attr {
 };
 
 // The attributes of a start tag "<name ...>".
-std::vector<Attr> ParseAttrs(const std::string& tag, size_t from) {
+std::vector<Attr> ParseAttrs(std::string_view tag, size_t from) {
   std::vector<Attr> out;
   size_t i = from;
   while (i < tag.size()) {
@@ -111,7 +117,7 @@ std::vector<Attr> ParseAttrs(const std::string& tag, size_t from) {
            tag[i] != '>' && tag[i] != '/')
       ++i;
     Attr a;
-    a.name = Lower(tag.substr(n, i - n));
+    a.name = Lower(std::string(tag.substr(n, i - n)));
     while (i < tag.size() && isspace(static_cast<unsigned char>(tag[i]))) ++i;
     if (i < tag.size() && tag[i] == '=') {
       ++i;
@@ -153,10 +159,11 @@ const UrlAttr kUrlAttrs[] = {
 };
 
 bool IsBinaryLink(const std::string& url) {
-  std::string u = Lower(url.substr(0, url.find_first_of("?#")));
+  std::string_view path(url.data(), std::min(url.find_first_of("?#"), url.size()));
+  std::string tail = Lower(std::string(path.substr(path.size() - std::min<size_t>(path.size(), 6))));
   for (const char* ext : {".pdf", ".zip", ".exe", ".doc", ".docx", ".xls", ".xlsx", ".ppt",
                           ".gz", ".tar", ".png", ".jpg", ".gif"})
-    if (u.size() > strlen(ext) && u.compare(u.size() - strlen(ext), strlen(ext), ext) == 0)
+    if (path.size() > strlen(ext) && tail.compare(tail.size() - strlen(ext), strlen(ext), ext) == 0)
       return true;
   return false;
 }
@@ -191,9 +198,10 @@ std::string PercentEncode(const std::string& s) {
   return out;
 }
 
-// Rewrites, absolutises, retargets and translates the attributes of one start tag.
-std::string ProcessTag(const Translator& tr, const std::string& tag, const std::string& name,
-                       const HtmlOptions& opt, std::vector<UnknownOut>* unknown) {
+// Rewrites, absolutises, retargets and translates the attributes of one start tag, and
+// appends it to out: a tag may hold a data URI of gigabytes, copied once.
+void AppendTag(const Translator& tr, std::string_view tag, const std::string& name,
+               const HtmlOptions& opt, std::vector<UnknownOut>* unknown, std::string& out) {
   size_t name_end = 1 + name.size();
   std::vector<Attr> attrs = ParseAttrs(tag, name_end);
   std::vector<std::pair<Attr, std::string>> edits;  // attribute, new escaped value
@@ -239,13 +247,18 @@ std::string ProcessTag(const Translator& tr, const std::string& tag, const std::
     }
     if (bit) {
       if (bit == 0x1 && IsBinaryLink(a.value)) bit = 0x4000000;
+      const std::string* rewrite = nullptr;
+      for (const auto& [tags, tmpl] : opt.rewrites)
+        if (tags & bit) {
+          rewrite = &tmpl;
+          break;
+        }
+      if (opt.base_url.empty() && !rewrite) continue;  // the value stays as written
       std::string url = Absolute(opt.base_url, a.value);
-      for (const auto& [tags, tmpl] : opt.rewrites) {
-        if (!(tags & bit)) continue;
-        size_t p = tmpl.find("{url}");
-        url = p == std::string::npos ? tmpl + PercentEncode(url)
-                                     : tmpl.substr(0, p) + PercentEncode(url) + tmpl.substr(p + 5);
-        break;
+      if (rewrite) {
+        size_t p = rewrite->find("{url}");
+        url = p == std::string::npos ? *rewrite + PercentEncode(url)
+                                     : rewrite->substr(0, p) + PercentEncode(url) + rewrite->substr(p + 5);
       }
       if (url != a.value) edits.push_back({a, Escape(url, true)});
       continue;
@@ -258,19 +271,20 @@ std::string ProcessTag(const Translator& tr, const std::string& tag, const std::
       edits.push_back({a, Escape(tr.TranslateText(a.value, unknown), true)});
     if (name == "html" && a.name == "lang") edits.push_back({a, tr.engine().to});
   }
-  std::string out;
+  size_t start = out.size();
   size_t pos = 0;
   for (const auto& [a, v] : edits) {
-    out += tag.substr(pos, a.vstart - pos) + v;
+    out.append(tag, pos, a.vstart - pos);
+    out += v;
     pos = a.vend;
   }
-  out += tag.substr(pos);
+  out.append(tag, pos);
   if (name == "a" && !opt.target.empty() && !has_target) {
     size_t close = out.rfind('>');
-    size_t at = close > 0 && out[close - 1] == '/' ? close - 1 : close;
+    if (close == std::string::npos || close <= start) close = out.size();  // an unclosed tag at the end
+    size_t at = out[close - 1] == '/' ? close - 1 : close;
     out.insert(at, " target=\"" + Escape(opt.target, true) + "\"");
   }
-  return out;
 }
 
 // Sentence by sentence, each wrapped in the inserted element with its original as title.
@@ -321,6 +335,7 @@ std::string HtmlMetaCharset(const std::string& bytes) {
 std::string TranslateHtml(const Translator& tr, const std::string& s, const HtmlOptions& opt,
                           std::vector<UnknownOut>* unknown) {
   std::string out;
+  out.reserve(s.size());
   std::string plain;  // the text style's output
   std::vector<std::string> open;  // raw-text contexts that take no inserted elements
   bool saw_html = false, in_head = false;
@@ -359,7 +374,7 @@ std::string TranslateHtml(const Translator& tr, const std::string& s, const Html
         ++e;
       }
       e = e == s.size() ? e : e + 1;
-      std::string tag = s.substr(i, e - i);
+      std::string_view tag = std::string_view(s).substr(i, e - i);
       i = e;
       if (end_tag) {
         out += tag;
@@ -369,7 +384,7 @@ std::string TranslateHtml(const Translator& tr, const std::string& s, const Html
       }
       if (name == "html") saw_html = true;
       if (name == "head") in_head = true;
-      out += ProcessTag(tr, tag, name, opt, unknown);
+      AppendTag(tr, tag, name, opt, unknown, out);
       if (name == "script" || name == "style") {
         // Raw text up to the matching end tag is never translated.
         size_t close = i;

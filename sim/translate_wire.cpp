@@ -164,11 +164,13 @@ nv__UnknownWordArray* UnknownToWire(struct soap* soap, const std::vector<Unknown
   return a;
 }
 
-xsd__base64Binary* Binary(struct soap* soap, const std::string& bytes) {
+xsd__base64Binary* Binary(struct soap* soap, std::string bytes) {
   auto* b = soap_new_xsd__base64Binary(soap);
   b->__size = static_cast<int>(bytes.size());
-  b->__ptr = static_cast<unsigned char*>(soap_malloc(soap, bytes.size() + 1));
-  if (!bytes.empty()) memcpy(b->__ptr, bytes.data(), bytes.size());
+  // The context keeps the string, so a large document is not copied again.
+  std::string* kept = soap_new_std__string(soap);
+  *kept = std::move(bytes);
+  b->__ptr = reinterpret_cast<unsigned char*>(kept->data());
   b->id = nullptr;
   b->options = nullptr;
   // A type turns the value into a DIME attachment: only for clients that sent DIME.

@@ -29,7 +29,7 @@ BlockIn BlockOf(Call& call, const nv__SourceBlock& b, size_t index);
 nv__TranslationBlock ToWire(struct soap* soap, const BlockOut& out);
 nv__UnknownWordArray* UnknownToWire(struct soap* soap, const std::vector<UnknownOut>& unknown);
 
-xsd__base64Binary* Binary(struct soap* soap, const std::string& bytes);
+xsd__base64Binary* Binary(struct soap* soap, std::string bytes);
 std::string Bytes(const xsd__base64Binary* b);
 
 }  // namespace lexsim::tr
