@@ -198,9 +198,7 @@ bool SoapClient::MayRetry(int status) {
 }
 
 void SoapClient::ExpectRequestPayload(size_t bytes) {
-  // gSOAP's own sockets take a stored request in one write; only the HTTP
-  // library layer streams one.
-  if (bytes >= (size_t{1} << 20) && settings.platform_http_layer) measure_request_ = true;
+  if (bytes >= (size_t{1} << 20)) measure_request_ = true;
 }
 
 void SoapClient::EndCall() {
