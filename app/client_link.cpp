@@ -18,6 +18,8 @@
 #include "commands/translate/documents.h"
 #include "commands/translate/html.h"
 #include "commands/translate/lookup.h"
+#include "service/base64_in.h"
+#include "shell/platform.h"
 #include "commands/translate/text.h"
 #include "commands/translate/tfile.h"
 #include "shell/exec_thread.h"
@@ -108,6 +110,7 @@ void LinkClient() {
   binding.file_words = kFileWords;
   binding.secret_options = kSecretOptions;
   RegisterClient(binding);
+  LexSetLargeBufferAdvice(PreferLargePages);
 }
 
 }  // namespace lexctl

@@ -28,6 +28,9 @@ constexpr Table kTable;
 // whole reply's size once per value.
 constexpr size_t kDirectFrom = 1 << 20;
 
+void (*g_advise_large)(void*, size_t) = nullptr;
+constexpr size_t kAdviseFrom = 4 << 20;
+
 // Where the decoded bytes go: a malloc'd buffer that grows by realloc, and
 // for a large value the context memory that the reply's length bounds.
 class Output {
@@ -43,6 +46,7 @@ class Output {
       size_t bound = static_cast<size_t>(soap_->length) / 4 * 3 + 4;
       auto* direct = bound - 1 >= size_ + more ? static_cast<unsigned char*>(soap_malloc(soap_, bound)) : nullptr;
       if (direct) {
+        if (g_advise_large && bound >= kAdviseFrom) g_advise_large(direct, bound);
         if (size_) memcpy(direct, data_, size_);
         free(data_);
         data_ = direct;
@@ -93,6 +97,8 @@ class Output {
 };
 
 }  // namespace
+
+void LexSetLargeBufferAdvice(void (*advise)(void* data, size_t size)) { g_advise_large = advise; }
 
 unsigned char* LexGetBase64(struct soap* soap, int* size) {
   Output out(soap);

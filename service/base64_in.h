@@ -11,3 +11,8 @@
 /// and documents run to hundreds of megabytes. The result lives in the
 /// context's memory; its size goes to *size.
 unsigned char* LexGetBase64(struct soap* soap, int* size);
+
+/// Where the platform can back a large buffer with large pages, the program
+/// passes the function that asks for them; a value of many megabytes then
+/// costs a few page faults instead of thousands.
+void LexSetLargeBufferAdvice(void (*advise)(void* data, size_t size));

@@ -27,6 +27,10 @@ void PlatformInit();
 /// as UTF-16 where the platform has such a console.
 void WriteConsoleText(std::string_view text);
 
+/// Asks for large pages behind a buffer of many megabytes that is about to
+/// be filled, where the platform has them on request; a hint, nothing more.
+void PreferLargePages(void* data, size_t size);
+
 /// Opens a file by its UTF-8 path.
 FILE* OpenFile(const char* path, const char* mode);
 /// Opens a script for reading. Loops seek back in it on every turn; where

@@ -6,6 +6,7 @@
 #include <glob.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -46,6 +47,14 @@ struct GetlineBuffer {
 };
 
 }  // namespace
+
+void PreferLargePages(void* data, size_t size) {
+  // Only whole 2 MB extents can be huge pages; the ends keep small ones.
+  constexpr uintptr_t kHuge = uintptr_t{2} << 20;
+  uintptr_t from = (reinterpret_cast<uintptr_t>(data) + kHuge - 1) & ~(kHuge - 1);
+  uintptr_t to = (reinterpret_cast<uintptr_t>(data) + size) & ~(kHuge - 1);
+  if (to > from) madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
+}
 
 void PlatformInit() {
   std::set_terminate(OnTerminate);

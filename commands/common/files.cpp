@@ -41,7 +41,10 @@ bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data
     return false;
   }
   // Size the buffer from a regular file; read until the end either way.
-  if (size > 0) data.reserve(static_cast<size_t>(size));
+  if (size > 0) {
+    data.reserve(static_cast<size_t>(size));
+    if (size >= (4 << 20)) PreferLargePages(data.data(), data.capacity());
+  }
   char buffer[1 << 16];
   size_t got;
   while ((got = fread(buffer, 1, sizeof buffer, file.get())) > 0) data.append(buffer, got);
