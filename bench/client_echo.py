@@ -1,7 +1,11 @@
 #!/usr/bin/env python3
 """TestEcho round trips: lexctl3 (each comms layer, 1 thread and 8 threads)
 side by side with wrk replaying the same request and with python3-zeep
-calling through the WSDL, all against one lexsim in the same run."""
+calling through the WSDL, all against one lexsim in the same run. Given
+bench_echo_curl, also libcurl alone posting that request in a loop: the
+ceiling of the windows layer, which adds the SOAP work to it.
+
+Usage: client_echo.py LEXCTL3 LEXSIM [BENCH_ECHO_CURL]"""
 import os
 import re
 from statistics import median
@@ -13,7 +17,10 @@ import time
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tests", "e2e"))
 from run_case import Lexsim  # noqa: E402
 
-CALLS = 4000        # per lexctl3 thread
+# Calls per lexctl3 thread, at 1 and at 8 threads: a run lasts about as long
+# as wrk's, so that starting the program and loading libraries (startup.py
+# measures those) are a small part of it, as connecting is of wrk's.
+CALLS = {1: 24000, 8: 6000}
 SECONDS = 2         # per wrk and zeep run
 ZEEP = """
 import sys, time, zeep
@@ -29,7 +36,7 @@ print(calls / float(sys.argv[3]))
 
 def lexctl_rate(lexctl, cwd, server, layer, threads):
     job = ("setopt console none\nproc begin echo\ntest -string hello -number 42\nproc end\n"
-           f"loop echo count {CALLS}\n")
+           f"loop echo count {CALLS[threads]}\n")
     with open(os.path.join(cwd, "job.lex"), "w") as f:
         f.write(job)
     lines = [f"setopt server {server}", f"setopt commslayer {layer}", "setopt console none"]
@@ -41,7 +48,7 @@ def lexctl_rate(lexctl, cwd, server, layer, threads):
         f.write("\n".join(lines) + "\n")
     start = time.perf_counter()
     subprocess.run([lexctl, "--script", "main.lex"], cwd=cwd, check=True, stdout=subprocess.DEVNULL)
-    return CALLS * threads / (time.perf_counter() - start)
+    return CALLS[threads] * threads / (time.perf_counter() - start)
 
 
 def capture_request(lexctl, cwd, server):
@@ -74,6 +81,13 @@ def wrk_rate(cwd, url, request, threads, connections):
     return float(re.search(r"Requests/sec:\s+([\d.]+)", out).group(1))
 
 
+def curl_rate(floor, cwd, url, request):
+    headers, body = request
+    out = subprocess.run([floor, url, str(CALLS[1]), "body.xml"] + [f"{name}: {value}" for name, value in headers],
+                         cwd=cwd, check=True, capture_output=True, text=True).stdout
+    return float(out)
+
+
 def lua_string(text):
     return '"' + text.replace("\\", "\\\\").replace('"', '\\"') + '"'
 
@@ -91,6 +105,7 @@ ROUNDS = 5          # each round measures every contender once
 
 def main():
     lexctl, lexsim = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+    floor = os.path.abspath(sys.argv[3]) if len(sys.argv) > 3 else None
     wsdl = os.path.join(os.path.dirname(lexsim), "nvsoap.wsdl")
     targets = {("gsoap", 1): 0.85, ("windows", 1): 0.75, ("gsoap", 8): 0.75, ("windows", 8): 0.65}
     # This machine's speed drifts by tens of percent within a minute, so each
@@ -99,6 +114,7 @@ def main():
     ratios = {config: [] for config in targets}
     rates = {config: [] for config in targets}
     refs = {1: [], 8: []}
+    floors = []
     zeeps = []
     with tempfile.TemporaryDirectory(prefix="lexctl3-bench-") as cwd:
         sim = Lexsim(lexsim, ["--threads", "8"], cwd)
@@ -118,12 +134,20 @@ def main():
                         rates[layer, threads].append(rate)
                         ratios[layer, threads].append((rate * 2 / (before + after), rate / zeeps[-1]))
                         before = after
+                    if floor and threads == 1:  # wrk has written body.xml
+                        rate = curl_rate(floor, cwd, sim.url, request)
+                        after = wrk()
+                        refs[threads].append(after)
+                        floors.append((rate, rate * 2 / (before + after)))
         finally:
             sim.stop()
     print(f"TestEcho request: {len(request[1])} bytes of XML, {len(request[0])} headers besides Host and "
           f"Content-Length, replayed by wrk as sent; {ROUNDS} rounds, medians")
     print(f"wrk: {median(refs[1]):,.0f} calls/s at 1 connection, {median(refs[8]):,.0f} calls/s at 8 connections")
     print(f"zeep: {median(zeeps):,.0f} calls/s")
+    if floors:
+        print(f"libcurl alone, the same request in a loop without SOAP work: {median(f[0] for f in floors):,.0f} "
+              f"calls/s, {median(f[1] for f in floors):.2f} of wrk (the windows layer's ceiling)")
     for config, target in targets.items():
         layer, threads = config
         of_wrk = median([r[0] for r in ratios[config]])
