@@ -31,6 +31,10 @@ SOAP_ENV = "http://schemas.xmlsoap.org/soap/envelope/"
 NV = "http://schemas.lexary.net/nvsoap/2/schema"
 FAULT_TOKEN = "0123456789abcdef"
 SEP = "\\" if WINDOWS else "/"
+# Claims 7 MB, then stops 2 MB into a base64 value: a value past 1 MB is decoded
+# into a buffer sized from the claimed length.
+LIAR_START = ENVELOPE[: ENVELOPE.index(b"</nv:TestEchoResponse>")] + b"<bin>" + b"QUJD" * (1 << 19)
+LIAR_SHORT = (7 << 20) - len(LIAR_START)
 
 
 def fault_body(style, licence):
@@ -130,11 +134,8 @@ def serve(conn, mode):
                          + ENVELOPE[:40])
             conn.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
         elif mode == "liar":
-            # Claims 7 MB, then stops 2 MB into a base64 value: a value past 1 MB is decoded
-            # into a buffer sized from the claimed length.
-            start = ENVELOPE[: ENVELOPE.index(b"</nv:TestEchoResponse>")] + b"<bin>"
             conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n" % (7 << 20)
-                         + start + b"QUJD" * (1 << 19))
+                         + LIAR_START)
         elif mode == "http500":
             body = b"<html><body>broken</body></html>"
             conn.sendall(b"HTTP/1.1 500 Internal Server Error\r\nContent-Type: text/html\r\n"
@@ -153,7 +154,7 @@ MODES = {  # mode: what the FAILED line holds on gsoap, on windows
     "silent": ("timed out", "Operation too slow"),  # the request read, never an answer
     "drip": ("Operation too slow", "Operation too slow"),  # a valid reply, one byte a second
     "reset": (NOT_SOAP, "Connection reset"),  # a reset halfway through the reply
-    "liar": ("End of file or no input", "transfer closed with"),  # a Content-Length larger than the reply
+    "liar": ("End of file or no input", f"closed with {LIAR_SHORT} bytes"),  # a Content-Length larger than the reply
     "http500": ("Internal Server Error (500)",) * 2,  # with an HTML body
 }
 
