@@ -18,11 +18,11 @@
 #include "commands/translate/documents.h"
 #include "commands/translate/html.h"
 #include "commands/translate/lookup.h"
-#include "service/base64_in.h"
-#include "shell/platform.h"
 #include "commands/translate/text.h"
 #include "commands/translate/tfile.h"
+#include "service/base64_in.h"
 #include "shell/exec_thread.h"
+#include "shell/platform.h"
 #include "soapH.h"
 
 namespace lexctl {

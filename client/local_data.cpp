@@ -198,6 +198,7 @@ bool SoapClient::MayRetry(int status) {
 }
 
 void SoapClient::ExpectRequestPayload(size_t bytes) {
+  // Below this, building the request twice would cost more than holding it.
   if (bytes >= (size_t{1} << 20)) measure_request_ = true;
 }
 

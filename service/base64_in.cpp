@@ -29,7 +29,6 @@ constexpr Table kTable;
 constexpr size_t kDirectFrom = 1 << 20;
 
 void (*g_advise_large)(void*, size_t) = nullptr;
-constexpr size_t kAdviseFrom = 4 << 20;
 
 // Where the decoded bytes go: a malloc'd buffer that grows by realloc, and
 // for a large value the context memory that the reply's length bounds.
@@ -46,7 +45,7 @@ class Output {
       size_t bound = static_cast<size_t>(soap_->length) / 4 * 3 + 4;
       auto* direct = bound - 1 >= size_ + more ? static_cast<unsigned char*>(soap_malloc(soap_, bound)) : nullptr;
       if (direct) {
-        if (g_advise_large && bound >= kAdviseFrom) g_advise_large(direct, bound);
+        if (g_advise_large) g_advise_large(direct, bound);
         if (size_) memcpy(direct, data_, size_);
         free(data_);
         data_ = direct;

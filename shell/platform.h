@@ -27,8 +27,9 @@ void PlatformInit();
 /// as UTF-16 where the platform has such a console.
 void WriteConsoleText(std::string_view text);
 
-/// Asks for large pages behind a buffer of many megabytes that is about to
-/// be filled, where the platform has them on request; a hint, nothing more.
+/// Asks for large pages behind a buffer that is about to be filled, where the
+/// platform has them on request and the buffer is large enough (4 MB) to
+/// gain; a hint, nothing more.
 void PreferLargePages(void* data, size_t size);
 
 /// Opens a file by its UTF-8 path.

@@ -49,6 +49,7 @@ struct GetlineBuffer {
 }  // namespace
 
 void PreferLargePages(void* data, size_t size) {
+  if (size < (size_t{4} << 20)) return;
   // Only whole 2 MB extents can be huge pages; the ends keep small ones.
   constexpr uintptr_t kHuge = uintptr_t{2} << 20;
   uintptr_t from = (reinterpret_cast<uintptr_t>(data) + kHuge - 1) & ~(kHuge - 1);

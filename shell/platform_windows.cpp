@@ -122,11 +122,11 @@ void WriteConsoleText(std::string_view text) {
   WriteConsoleW(out, wide.data(), static_cast<DWORD>(wide.size()), &written, nullptr);
 }
 
-FILE* OpenFile(const char* path, const char* mode) { return _wfopen(Widen(path).c_str(), Widen(mode).c_str()); }
-FILE* OpenScriptFile(const char* path) { return OpenFile(path, "rb"); }
-
 // Large pages need a privilege that ordinary accounts lack.
 void PreferLargePages(void*, size_t) {}
+
+FILE* OpenFile(const char* path, const char* mode) { return _wfopen(Widen(path).c_str(), Widen(mode).c_str()); }
+FILE* OpenScriptFile(const char* path) { return OpenFile(path, "rb"); }
 int RemoveFile(const char* path) { return _wremove(Widen(path).c_str()); }
 int RenameFile(const char* from, const char* to) {
   if (MoveFileExW(Widen(from).c_str(), Widen(to).c_str(), MOVEFILE_REPLACE_EXISTING)) return 0;

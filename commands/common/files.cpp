@@ -43,7 +43,7 @@ bool ReadFileData(ExecThread& thread, const std::string& path, std::string& data
   // Size the buffer from a regular file; read until the end either way.
   if (size > 0) {
     data.reserve(static_cast<size_t>(size));
-    if (size >= (4 << 20)) PreferLargePages(data.data(), data.capacity());
+    PreferLargePages(data.data(), data.capacity());
   }
   char buffer[1 << 16];
   size_t got;
