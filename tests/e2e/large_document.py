@@ -42,6 +42,27 @@ def make_document(path, size):
     return image
 
 
+TRAN = "tran -rules rules.txt -indata {}.html -outdata {}.out.html"
+
+
+def write_expected(lexctl, cwd, server, image):
+    """Writes expected.html, the translation of doc.html, from lexsim's
+    translation of a small page with the same text; its path, or None when
+    that translation lost the image."""
+    write(cwd, "small.html", HEAD + b"SMALL" + TAIL)
+    write(cwd, "rules.txt", "# no rules\n")
+    run(lexctl, cwd, [f"setopt server {server}", *LOGIN, TRAN.format("small", "small")])
+    before, found, after = (read(cwd, "small.out.html", "rb") or b"").partition(b"SMALL")
+    if not found or not after:
+        return None
+    expected = os.path.join(cwd, "expected.html")
+    with open(expected, "wb") as f:
+        f.write(before)
+        copy_into(f, os.path.join(cwd, "doc.html"), len(HEAD), image)
+        f.write(after)
+    return expected
+
+
 def main():
     lexctl, lexsim = sys.argv[1], sys.argv[2]
     size = int(float(sys.argv[3]) * (1 << 20)) if len(sys.argv) > 3 else 100 << 20
@@ -50,24 +71,16 @@ def main():
     # this process held when it started the child.
     with tempfile.TemporaryDirectory(prefix="lexctl3-large-") as cwd, Lexsim(lexsim, cwd=cwd) as sim:
         image = make_document(os.path.join(cwd, "doc.html"), size)
-        write(cwd, "small.html", HEAD + b"SMALL" + TAIL)
-        write(cwd, "rules.txt", "# no rules\n")
-        tran = "tran -rules rules.txt -indata {}.html -outdata {}.out.html"
-        run(lexctl, cwd, [f"setopt server {sim.server}", *LOGIN, tran.format("small", "small")])
-        before, _, after = (read(cwd, "small.out.html", "rb") or b"").partition(b"SMALL")
-        check(after, "the small page's translation lost its image")
-        expected = os.path.join(cwd, "expected.html")
-        with open(expected, "wb") as f:
-            f.write(before)
-            copy_into(f, os.path.join(cwd, "doc.html"), len(HEAD), image)
-            f.write(after)
+        expected = write_expected(lexctl, cwd, sim.server, image)
+        if not check(expected, "the small page's translation lost its image"):
+            return check.report()
         # DIME first, so that no inline run's peak hides theirs.
         for dime in ("true", "false"):
             for layer in LAYERS:
                 out = f"{layer}-{dime}"
                 proc = run(lexctl, cwd, [f"setopt server {sim.server}", f"setopt commslayer {layer}",
                                          f"setopt dime {dime}", *LOGIN, "setopt timeout 600",
-                                         tran.format("doc", out)], timeout=600)
+                                         TRAN.format("doc", out)], timeout=600)
                 line = f"Output File (html, UTF-8): {out}.out.html ({os.path.getsize(expected)} bytes)"
                 if check(line in proc.stdout, f"{layer}, dime {dime}: no {line!r} in:\n{proc.stdout[-2000:]}"):
                     check(filecmp.cmp(os.path.join(cwd, f"{out}.out.html"), expected, shallow=False),
