@@ -51,6 +51,9 @@ struct CurlApi {
   decltype(&curl_multi_poll) multi_poll = nullptr;
   decltype(&curl_multi_info_read) multi_info_read = nullptr;
   decltype(&curl_multi_cleanup) multi_cleanup = nullptr;
+  decltype(&curl_url) url_new = nullptr;
+  decltype(&curl_url_set) url_set = nullptr;
+  decltype(&curl_url_cleanup) url_cleanup = nullptr;
   decltype(&SSL_CTX_set_verify) ctx_set_verify = nullptr;
   decltype(&SSL_CTX_get0_param) ctx_get0_param = nullptr;
   decltype(&X509_VERIFY_PARAM_set1_ip_asc) param_set1_ip_asc = nullptr;
@@ -80,7 +83,8 @@ const CurlApi& Curl() {
                     bind(loaded.multi_perform, "curl_multi_perform") &&
                     bind(loaded.multi_poll, "curl_multi_poll") &&
                     bind(loaded.multi_info_read, "curl_multi_info_read") &&
-                    bind(loaded.multi_cleanup, "curl_multi_cleanup");
+                    bind(loaded.multi_cleanup, "curl_multi_cleanup") && bind(loaded.url_new, "curl_url") &&
+                    bind(loaded.url_set, "curl_url_set") && bind(loaded.url_cleanup, "curl_url_cleanup");
     if (loaded.loaded) loaded.global_init(CURL_GLOBAL_DEFAULT);
     void* ssl = OpenLibrary({"libssl.so.3"});
     void* crypto = OpenLibrary({"libcrypto.so.3"});
@@ -306,6 +310,7 @@ CurlTransport::~CurlTransport() {
   if (multi_) Curl().multi_cleanup(multi_);
   if (headers_) Curl().slist_free_all(headers_);
   if (curl_) Curl().easy_cleanup(curl_);
+  if (url_handle_) Curl().url_cleanup(url_handle_);
   if (trace_) fclose(trace_);
 }
 
@@ -547,7 +552,17 @@ void CurlTransport::SetCallOptions(struct soap* soap) {
   CURL* curl = curl_;
   call_options_ = std::move(wanted);
   const CallOptions& set = *call_options_;
+  // Given a parsed URL, libcurl copies it for each transfer instead of
+  // parsing the text again; one it would not parse is left to it to report.
+  CURLU* parsed = api.url_new();
+  if (parsed && api.url_set(parsed, CURLUPART_URL, set.url.c_str(), CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME)) {
+    api.url_cleanup(parsed);
+    parsed = nullptr;
+  }
   api.easy_setopt(curl, CURLOPT_URL, set.url.c_str());
+  api.easy_setopt(curl, CURLOPT_CURLU, parsed);
+  if (url_handle_) api.url_cleanup(url_handle_);
+  url_handle_ = parsed;
   api.easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(set.connect_timeout));
   // A receive time-out: the call ends when nothing arrives for that long.
   api.easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(set.recv_timeout));

@@ -16,6 +16,7 @@
 
 typedef void CURL;
 typedef void CURLM;
+struct Curl_URL;
 struct curl_slist;
 struct soap;
 
@@ -77,6 +78,7 @@ class CurlTransport : public Transport {
   curl_slist* headers_ = nullptr;  // kept while the request's own headers stay the same
   std::string header_lines_;       // what headers_ was made from
   std::optional<CallOptions> call_options_;
+  Curl_URL* url_handle_ = nullptr;  // the URL parsed once, not on every transfer
   bool started_ = false;   // the easy handle is in multi_
   bool finished_ = false;  // and libcurl is done with it
   bool replying_ = false;  // the request is out; gSOAP reads the reply
