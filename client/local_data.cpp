@@ -287,4 +287,14 @@ int LocalData::SendHeader(struct soap* soap, const char* key, const char* value)
 
 LocalData& Local(ExecThread& thread) { return *static_cast<LocalData*>(thread.data.get()); }
 
+DimeRequest::DimeRequest(LocalData& data) {
+  if (!data.settings.dime) return;
+  soap_ = data.context();
+  soap_set_omode(soap_, SOAP_ENC_DIME);
+}
+
+DimeRequest::~DimeRequest() {
+  if (soap_) soap_clr_omode(soap_, SOAP_ENC_DIME);
+}
+
 }  // namespace lexctl

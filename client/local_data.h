@@ -168,4 +168,19 @@ class LocalData : public SoapClient {
 /// The calling thread's client state (created by the client's hook).
 LocalData& Local(ExecThread& thread);
 
+/// While alive, the payloads of the request being sent travel as DIME
+/// attachments when the dime setting is on: in literal messages the
+/// library finds attachments below the top level of a request only in
+/// DIME mode. Hold it around the send alone.
+class DimeRequest {
+ public:
+  explicit DimeRequest(LocalData& data);
+  ~DimeRequest();
+  DimeRequest(const DimeRequest&) = delete;
+  DimeRequest& operator=(const DimeRequest&) = delete;
+
+ private:
+  struct soap* soap_ = nullptr;
+};
+
 }  // namespace lexctl

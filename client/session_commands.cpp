@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -137,8 +138,11 @@ void CmdTest(ExecThread& thread, ArgVector& args) {
     if (binary_path) ThreadPrint(thread, "Binary:       %d bytes\n", binary.__size);
     ThreadPrint(thread, "\n");
 
+    std::optional<DimeRequest> as_dime;
+    if (dime) as_dime.emplace(frame.data());
     auto response = frame.Call(soap_call_nv__TestEcho, string_value ? &str : nullptr,
                                number_text ? &number : nullptr, binary_path ? &binary : nullptr);
+    as_dime.reset();
     if (string_value && (!response.str || *response.str != str)) throw Exception("string was different");
     if (number_text && (!response.num || *response.num != number)) throw Exception("number was different");
     if (binary_path) {

@@ -118,7 +118,9 @@ bool ReadConsoleLine(const std::string& prompt, std::string& line) {
   if (!initialised) Init();
   int recalled = 0;
   if (!ReadOne(prompt.c_str(), line, recalled)) {
-    ConsoleWrite("\n");  // leave the last prompt on a line of its own
+    // At a terminal the user's shell prompt starts on a line of its own;
+    // piped input gets no more than the prompts.
+    if (ConsoleIsInteractive()) ConsoleWrite("\n");
     return false;
   }
   StripTrailing(line);

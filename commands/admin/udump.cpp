@@ -121,6 +121,15 @@ ScriptLine& ScriptLine::Option(const std::string& option, const std::string& val
   return *this;
 }
 
+ScriptLine& ScriptLine::QuotedOption(const std::string& option, const std::string& value) {
+  if (IsHelpWord(value)) return Joined(option, value, ScriptValue::kText);
+  Check(value, ScriptValue::kText);
+  Add(" " + option + " " + ScriptWord(value, true));
+  args_.push_back({option, false});
+  args_.push_back({value, true});
+  return *this;
+}
+
 ScriptLine& ScriptLine::Joined(const std::string& option, const std::string& value,
                                ScriptValue kind) {
   Check(value, kind);
@@ -129,9 +138,11 @@ ScriptLine& ScriptLine::Joined(const std::string& option, const std::string& val
   return *this;
 }
 
-std::string ScriptWord(const std::string& text) {
+std::string ScriptWord(const std::string& text, bool always_quoted) {
   // A final backslash would join the script's next line to this one.
-  if (!text.empty() && text.find_first_of(" \t\"") == std::string::npos && text.back() != '\\') return text;
+  if (!always_quoted && !text.empty() && text.find_first_of(" \t\"") == std::string::npos && text.back() != '\\') {
+    return text;
+  }
   // The tokeniser's rule: backslashes count only in front of a double quote.
   std::string out = "\"";
   size_t slashes = 0;
@@ -254,7 +265,7 @@ ScriptLine UcreateLine(const DumpUser& user, const std::string& target) {
   ScriptLine line("ucreate");
   line.Value(target, ScriptValue::kUserId);
   line.Option("-userPass", target);
-  if (user.features) line.Option("-userFeat", *user.features);
+  if (user.features) line.QuotedOption("-userFeat", *user.features);
   line.Fixed("-userApi", Hex("0x%llx", static_cast<unsigned long long>(user.api)));
   if (user.username) line.Option("-userName", *user.username);
   if (user.timezone) line.Option("-userZone", *user.timezone);
@@ -344,6 +355,25 @@ void DictionaryLines(ScriptBuilder& script, const DumpDictionary& d, const std::
   script.Main(import);
 }
 
+void OwnShares(ScriptBuilder& script, const DumpDictionary& d, const std::string& target) {
+  for (const std::string& u : d.shares) {
+    ScriptLine share("dupdate");
+    share.Fixed(DidReference(d.did)).Joined("-runas", target, ScriptValue::kSelect).Option("-add", u);
+    script.Share(share);
+  }
+}
+
+// The first value of one owned dictionary that no script can carry.
+std::optional<std::pair<std::string, std::string>> DictionaryRefusal(const DumpDictionary& d,
+                                                                     const std::string& target,
+                                                                     const std::string& prefix) {
+  UserScript out;
+  ScriptBuilder script(out);
+  DictionaryLines(script, d, target, prefix);
+  OwnShares(script, d, target);
+  return out.refused;
+}
+
 }  // namespace
 
 UserScript WriteUserScript(const DumpUser& user, const std::vector<DumpDictionary>& owned,
@@ -394,15 +424,7 @@ UserScript WriteUserScript(const DumpUser& user, const std::vector<DumpDictionar
   }
 
   // The shares file: the user's dictionaries shared with others, ...
-  for (const DumpDictionary& d : owned) {
-    for (const std::string& u : d.shares) {
-      ScriptLine share("dupdate");
-      share.Fixed(DidReference(d.did))
-          .Joined("-runas", target, ScriptValue::kSelect)
-          .Option("-add", u);
-      script.Share(share);
-    }
-  }
+  for (const DumpDictionary& d : owned) OwnShares(script, d, target);
   // ... other users' dictionaries that the user's engines list, shared again
   // by their owners, ...
   std::vector<int64_t> seen;
@@ -555,6 +577,7 @@ class UserDump {
   std::string userid_, prefix_, target_;
   std::vector<DumpDictionary> owned_;
   std::map<int64_t, std::string> userdata_;
+  std::vector<std::string> written_;  // data files, removed again when the dump fails
 };
 
 void UserDump::Refuse(const std::string& value, const char* why) {
@@ -640,6 +663,7 @@ void UserDump::FetchDetails(DumpDictionary& o) {
 bool UserDump::SaveData(const DumpDictionary& d) {
   if (d.has_userdata) {
     std::string file = DumpUserdataFile(prefix_, d);
+    written_.push_back(file);
     const std::string& data = userdata_[d.did];
     if (!SaveFile(file, data)) {
       Fail(thread_, "Unable to save userdata to file: %s\n", file.c_str());
@@ -663,6 +687,7 @@ bool UserDump::SaveData(const DumpDictionary& d) {
     }
   }
   std::string file = DumpDataFile(prefix_, d);
+  written_.push_back(file);
   if (!SaveFile(file, data)) {
     Fail(thread_, "Unable to save data to file: %s\n", file.c_str());
     return false;
@@ -679,13 +704,13 @@ bool UserDump::Run() {
   const nv__User* user = FetchUser();
   if (!user) return false;
   DumpUser dump = ToDump(*user);
-  FetchOwned(*user);
-  for (DumpDictionary& d : owned_) FetchDetails(d);
-  UserScript script = WriteUserScript(dump, owned_, userid_, target_, prefix_);
-  if (script.refused) {
-    Refuse(script.refused->first, script.refused->second.c_str());
+  // The user's own values are checked before any file is made, each
+  // dictionary's as soon as its details are in.
+  if (auto refused = WriteUserScript(dump, {}, userid_, target_, prefix_).refused) {
+    Refuse(refused->first, refused->second.c_str());
     return false;
   }
+  FetchOwned(*user);
 
   std::string script_name = prefix_ + "_udump.txt";
   FILE* file = OpenFile(script_name.c_str(), "wb");
@@ -693,22 +718,40 @@ bool UserDump::Run() {
     Fail(thread_, "Failed to create output file: %s\n", script_name.c_str());
     return false;
   }
+  // A dump that fails leaves no file behind: a script without its data
+  // would replay half the user.
+  auto abandon = [&] {
+    fclose(file);
+    RemoveFile(script_name.c_str());
+    for (const std::string& name : written_) RemoveFile(name.c_str());
+  };
+  std::optional<std::pair<std::string, std::string>> refused;
   bool saved = true;
   try {
-    for (const DumpDictionary& d : owned_) {
+    for (DumpDictionary& d : owned_) {
+      FetchDetails(d);
+      if ((refused = DictionaryRefusal(d, target_, prefix_))) break;
       if (!(saved = SaveData(d))) break;
     }
   } catch (...) {
-    fclose(file);
-    RemoveFile(script_name.c_str());
+    abandon();
     throw;
   }
-  // A script without its data would replay half the user.
-  bool written = saved && PutBytes(file, script.main);
+  UserScript script;
+  if (saved && !refused) {
+    script = WriteUserScript(dump, owned_, userid_, target_, prefix_);
+    refused = script.refused;
+  }
+  if (refused || !saved) {
+    abandon();
+    if (refused) Refuse(refused->first, refused->second.c_str());
+    return false;
+  }
+  bool written = PutBytes(file, script.main);
   written = fclose(file) == 0 && written;
   if (!written) {
     RemoveFile(script_name.c_str());
-    if (saved) Fail(thread_, "Failed to write output file: %s\n", script_name.c_str());
+    Fail(thread_, "Failed to write output file: %s\n", script_name.c_str());
     return false;
   }
   if (!script.shares.empty()) {

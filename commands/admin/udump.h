@@ -61,6 +61,8 @@ class ScriptLine {
   /// when the value alone would be taken as a help request ("-?").
   ScriptLine& Option(const std::string& option, const std::string& value,
                      ScriptValue kind = ScriptValue::kText);
+  /// The same with the value always in double quotes: " -name "VALUE"".
+  ScriptLine& QuotedOption(const std::string& option, const std::string& value);
   /// An option joined to its value in one word: " -name=VALUE".
   ScriptLine& Joined(const std::string& option, const std::string& value, ScriptValue kind);
 
@@ -96,9 +98,9 @@ class ScriptLine {
 };
 
 /// A word as the line tokeniser reads it back: as it stands when it holds no
-/// blank, tab or double quote, is not empty and does not end in a backslash;
-/// else in double quotes.
-std::string ScriptWord(const std::string& text);
+/// blank, tab or double quote, is not empty and does not end in a backslash
+/// (and is not to be quoted always); else in double quotes.
+std::string ScriptWord(const std::string& text, bool always_quoted = false);
 
 /// The file extension ("." and the name) of an export format.
 std::string ExportExtension(const std::string& format);

@@ -246,16 +246,6 @@ xsd__base64Binary* Payload(LocalData& data, const std::string& bytes, const std:
   return binary;
 }
 
-DimeRequest::DimeRequest(LocalData& data) {
-  if (!data.settings.dime) return;
-  soap_ = data.context();
-  soap_set_omode(soap_, SOAP_ENC_DIME);
-}
-
-DimeRequest::~DimeRequest() {
-  if (soap_) soap_clr_omode(soap_, SOAP_ENC_DIME);
-}
-
 std::string_view PayloadBytes(const xsd__base64Binary* binary) {
   if (!binary || !binary->__ptr || binary->__size <= 0) return {};
   return {reinterpret_cast<const char*>(binary->__ptr), static_cast<size_t>(binary->__size)};

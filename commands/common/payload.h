@@ -26,21 +26,6 @@ void SetPayload(LocalData& data, xsd__base64Binary& binary, std::string_view byt
 /// context, which lives until the call's data are released.
 xsd__base64Binary* Payload(LocalData& data, const std::string& bytes, const std::string& name);
 
-/// While alive, the payloads of the request being sent travel as DIME
-/// attachments when the dime setting is on: in literal messages the
-/// library finds attachments below the top level of a request only in
-/// DIME mode. Hold it around the send alone.
-class DimeRequest {
- public:
-  explicit DimeRequest(LocalData& data);
-  ~DimeRequest();
-  DimeRequest(const DimeRequest&) = delete;
-  DimeRequest& operator=(const DimeRequest&) = delete;
-
- private:
-  struct soap* soap_ = nullptr;
-};
-
 /// While alive, DIME attachments travel between files and the socket in
 /// chunks rather than whole in memory: files given to SetFile stream out,
 /// and with a spool folder every attachment of the reply streams into a

@@ -14,6 +14,7 @@ A case file is a script followed by sections that start with a line
   #### exit            expected exit status (default: 0)
   #### result PATH     expected content of a file after the run
   #### absent GLOB     no file may match GLOB after the run
+  #### noeol           the section before it ends without its last line break
   #### lexsim          run against a fresh lexsim; the script finds its URL in {{server}}
   #### lexsim admin    the same, the script starting with lexsim as its server
                       and admin logged in
@@ -62,6 +63,10 @@ def parse(path, windows=False):
             old, _, new = line.partition(" => ")
             text = text.replace(old, new) if new else text
     for line in text.splitlines(keepends=True):
+        if line.rstrip("\n") == "#### noeol":
+            if sections[current]:
+                sections[current][-1] = sections[current][-1][:-1]
+            continue
         if line.startswith("#### "):
             current = line[5:].rstrip("\n")
             sections[current] = []

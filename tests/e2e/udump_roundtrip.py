@@ -136,6 +136,10 @@ def two_users(lexctl3, lexsim, layer, check):
         if not check("Errors occurred" not in out and "Done." in out and not missing,
                      f"two-user udump failed (missing {missing}):\n" + out):
             return
+        progress = [line.split("(")[0] for line in out.splitlines()
+                    if line.startswith(("UpdateDictionaryInfo(", "DictionaryExport("))]
+        check(len(progress) >= 6 and progress == ["UpdateDictionaryInfo", "DictionaryExport"] * (len(progress) // 2),
+              "udump does not fetch and export one dictionary after the other:\n" + out)
         status = []
         out = run(lexctl3, cwd, new_sim.server, layer, "\n".join(f"read {n}" for n in names), errexit=True,
                   status=status)

@@ -121,6 +121,7 @@ TEST_F(UserOptions, ResolverExpandsPatternsAndDropsSelf) {
 
 TEST(ScriptLines, ValuesReadBackOrAreRefused) {
   EXPECT_EQ(ScriptWord("plain"), "plain");
+  EXPECT_EQ(ScriptWord("SOAP", true), "\"SOAP\"");  // -userFeat's list is always quoted
   EXPECT_EQ(ScriptWord(""), "\"\"");
   EXPECT_EQ(ScriptWord("two words"), "\"two words\"");
   EXPECT_EQ(ScriptWord("say \"hi\" c:\\x\\"), "\"say \\\"hi\\\" c:\\x\\\\\"");
