@@ -132,7 +132,14 @@ FILE* OpenScriptFile(const char* path) {
   int fd = open(path, O_RDONLY | O_CLOEXEC);
   if (fd < 0) return nullptr;
   struct stat info;
-  if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+  bool known = fstat(fd, &info) == 0;
+  // A folder opens on POSIX but not on Windows, where it is no script either.
+  if (known && S_ISDIR(info.st_mode)) {
+    close(fd);
+    errno = EISDIR;
+    return nullptr;
+  }
+  if (!known || !S_ISREG(info.st_mode)) {
     FILE* file = fdopen(fd, "rb");  // a pipe or device reads as it comes
     if (!file) close(fd);
     return file;
