@@ -28,7 +28,10 @@ int main(int argc, char** argv) {
   CURL* easy = curl_easy_init();
   curl_slist* headers = curl_slist_append(nullptr, "Accept:");  // as wrk: only the given headers
   for (int i = 4; i < argc; ++i) headers = curl_slist_append(headers, argv[i]);
-  curl_easy_setopt(easy, CURLOPT_URL, argv[1]);
+  // Parsed once, as the windows layer does.
+  CURLU* url = curl_url();
+  if (curl_url_set(url, CURLUPART_URL, argv[1], 0) != CURLUE_OK) return 2;
+  curl_easy_setopt(easy, CURLOPT_CURLU, url);
   curl_easy_setopt(easy, CURLOPT_HTTPHEADER, headers);
   curl_easy_setopt(easy, CURLOPT_POSTFIELDS, body.data());
   curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE, static_cast<long>(body.size()));
