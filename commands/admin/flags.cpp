@@ -93,11 +93,8 @@ void CmdFlags(ExecThread& thread, ArgVector& args) {
 void CmdFeatures(ExecThread& thread, ArgVector& args) {
   if (CheckHelpRequest(thread, CmdFeatures, args, true)) return;
   std::vector<std::string> lines;
+  // features has no options: every word is a code to look up.
   for (const char* arg : args) {
-    if (arg[0] == '-' && arg[1] != '\0') {
-      Fail(thread, kMsgInvalidArg, arg);
-      return;
-    }
     const char* display = FeatureDisplay(arg);
     lines.push_back(std::string(arg) + " = " + (display ? display : arg));
   }
