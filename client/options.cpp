@@ -268,13 +268,9 @@ const CommandRecord kClientOptionRows[] = {
      "tests\n  setopt sslauth minimum      Disable both expiry and invalid host checks\n  setopt "
      "sslauth none         Disable all authentication (test use only)\n"},
     {"_setopt_sslcadir", OptionHandler<kSslcadir>, 0, "Trusted CA certificates read from a directory (PEM format)",
-     "A directory that is set but cannot be read fails every https request that\n"
-     "checks certificates with \"cannot read CA folder DIR\" and the reason."},
+     nullptr},
     {"_setopt_sslcafile", OptionHandler<kSslcafile>, 0, "Trusted CA certificates in a single file (PEM format)",
-     "The default is cacert.pem in the current directory; when it does not exist,\n"
-     "the system's trusted certificates are used. Otherwise a CA file that cannot\n"
-     "be read fails every https request that checks certificates with\n"
-     "\"cannot read CA file FILE\" and the reason."},
+     nullptr},
     {"_setopt_sslkeyfile", OptionHandler<kSslkeyfile>, 0, "SSL keyfile for client authentication", nullptr},
     {"_setopt_sslkeypass", OptionHandler<kSslkeypass>, CMDF_SECRET, "Optional password for the SSL keyfile", nullptr},
     {"_setopt_cachemark", OptionHandler<kCachemark>, 0, "Mark text and HTML responses that have been retrieved from cache", nullptr},
