@@ -171,16 +171,14 @@ const nv__User* SendUser(RequestFrame& frame, const UserEdits& edits, const std:
   if (create) {
     ThreadPrint(thread, "Creating userid: %-20s", id.c_str());
     std::string tpl = edits.template_user;
-    auto r = frame.CallWithoutWarnings(soap_call_nv__CreateUser, display_lang, update,
-                                       tpl.empty() ? nullptr : &tpl);
+    // Warnings come with the call, as for every command: before "OK.".
+    auto r = frame.Call(soap_call_nv__CreateUser, display_lang, update, tpl.empty() ? nullptr : &tpl);
     ThreadPrint(thread, "OK.\n");
-    frame.Warnings(r.error);
     return r.user;
   }
   ThreadPrint(thread, "Updating userid: %-30s", id.c_str());
-  auto r = frame.CallWithoutWarnings(soap_call_nv__UpdateUser, display_lang, update);
+  auto r = frame.Call(soap_call_nv__UpdateUser, display_lang, update);
   ThreadPrint(thread, " OK.\n");
-  frame.Warnings(r.error);
   return r.user;
 }
 
