@@ -113,18 +113,18 @@ ScriptLine& ScriptLine::Value(const std::string& value, ScriptValue kind) {
 
 ScriptLine& ScriptLine::Option(const std::string& option, const std::string& value,
                                ScriptValue kind) {
-  if (IsHelpWord(value)) return Joined(option, value, kind);
-  Check(value, kind);
-  Add(" " + option + " " + ScriptWord(value));
-  args_.push_back({option, false});
-  args_.push_back({value, true});
-  return *this;
+  return OptionWord(option, value, kind, false);
 }
 
 ScriptLine& ScriptLine::QuotedOption(const std::string& option, const std::string& value) {
-  if (IsHelpWord(value)) return Joined(option, value, ScriptValue::kText);
-  Check(value, ScriptValue::kText);
-  Add(" " + option + " " + ScriptWord(value, true));
+  return OptionWord(option, value, ScriptValue::kText, true);
+}
+
+ScriptLine& ScriptLine::OptionWord(const std::string& option, const std::string& value, ScriptValue kind,
+                                   bool quoted) {
+  if (IsHelpWord(value)) return Joined(option, value, kind);
+  Check(value, kind);
+  Add(" " + option + " " + ScriptWord(value, quoted));
   args_.push_back({option, false});
   args_.push_back({value, true});
   return *this;

@@ -89,6 +89,7 @@ class ScriptLine {
 
  private:
   bool Check(const std::string& value, ScriptValue kind);
+  ScriptLine& OptionWord(const std::string& option, const std::string& value, ScriptValue kind, bool quoted);
 
   std::string command_;
   std::string text_;
