@@ -186,15 +186,17 @@ bool ProcessLine(ExecThread& thread, std::string& line, bool from_console,
       ThreadPrint(thread, "%s%s %s\n", prompt.c_str(), word, rest);
     }
   }
-  if (!*word) return true;
-
   long long started = timed ? NowMillis() : 0;
-  if (thread.timestamp) PrintTimestamp(thread, "Begin:");
-  if (no_help) thread.help_detection = false;
-  thread.failed = false;
-  bool go_on = DispatchCommand(thread, word, rest, escapes_off ? 2 : escapes_on ? 1 : 0);
-  thread.help_detection = true;
-  if (thread.timestamp) PrintTimestamp(thread, "End:  ");
+  bool go_on = true;
+  // A prefix with no command still reports its (empty) timing.
+  if (*word) {
+    if (thread.timestamp) PrintTimestamp(thread, "Begin:");
+    if (no_help) thread.help_detection = false;
+    thread.failed = false;
+    go_on = DispatchCommand(thread, word, rest, escapes_off ? 2 : escapes_on ? 1 : 0);
+    thread.help_detection = true;
+    if (thread.timestamp) PrintTimestamp(thread, "End:  ");
+  }
   if (timed) {
     long long elapsed = NowMillis() - started;
     long seconds = static_cast<long>(elapsed / 1000), millis = static_cast<long>(elapsed % 1000);
