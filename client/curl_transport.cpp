@@ -5,6 +5,9 @@
 #include <openssl/x509v3.h>
 #include <strings.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -232,6 +235,7 @@ size_t CurlWrite(char* data, size_t size, size_t count, void* self) {
   }
   queue.append(data, n);
   transport->reply_seen_ += n;
+  transport->moved_ += n;
   return n;
 }
 
@@ -281,6 +285,7 @@ size_t CurlHeader(char* data, size_t size, size_t count, void* self) {
   }
   if (transport->reply_headers_.size() + n > MaxReplyBytes()) return 0;
   transport->reply_headers_.append(data, n);
+  transport->moved_ += n;
   if (n > 13 && strncasecmp(data, "Content-Type:", 13) == 0) {
     const char* value = data + 13;
     while (*value == ' ') ++value;
@@ -428,6 +433,9 @@ bool CurlTransport::Rewind(long long offset) {
 template <typename Done>
 void CurlTransport::Drive(Done done) {
   const CurlApi& api = Curl();
+  using Clock = std::chrono::steady_clock;
+  Clock::time_point idle_since{};
+  unsigned long long moved = 0;
   while (!finished_ && !done()) {
     int running = 0;
     api.multi_perform(multi_, &running);
@@ -439,7 +447,32 @@ void CurlTransport::Drive(Done done) {
       }
     }
     if (finished_ || done()) break;
-    api.multi_poll(multi_, nullptr, 0, 1000, nullptr);
+    int wait_ms = 1000;
+    if (idle_limit_ms_ > 0) {
+      // libcurl's low-speed rule averages over seconds that include the
+      // request going out, so a silent server would get several time-outs'
+      // worth: the time-out is also a bound on a wait with nothing moving
+      // (no byte handed over, no event on the connection).
+      Clock::time_point now = Clock::now();
+      if (idle_since == Clock::time_point{} || moved_ != moved) {
+        idle_since = now;
+        moved = moved_;
+      }
+      long long idle_ms = std::chrono::duration_cast<std::chrono::milliseconds>(now - idle_since).count();
+      if (idle_ms >= idle_limit_ms_) {
+        finished_ = true;
+        result_ = CURLE_OPERATION_TIMEDOUT;
+        // Silence is the slowest trickle: the same words as libcurl's.
+        snprintf(error_text_, sizeof error_text_,
+                 "Operation too slow. Less than %ld bytes/sec transferred the last %lld seconds", kLowSpeedLimit,
+                 (idle_limit_ms_ + 999) / 1000);
+        break;
+      }
+      wait_ms = static_cast<int>(std::min<long long>(wait_ms, idle_limit_ms_ - idle_ms));
+    }
+    int events = 0;
+    api.multi_poll(multi_, nullptr, 0, wait_ms, &events);
+    moved_ += static_cast<unsigned>(events);
   }
 }
 
@@ -564,8 +597,13 @@ void CurlTransport::SetCallOptions(struct soap* soap) {
   if (url_handle_) api.url_cleanup(url_handle_);
   url_handle_ = parsed;
   api.easy_setopt(curl, CURLOPT_CONNECTTIMEOUT, static_cast<long>(set.connect_timeout));
-  // A receive time-out: the call ends when nothing arrives for that long.
+  // The receive time-out: a reply that trickles in below the low-speed
+  // limit for that long ends the call, as one that stops altogether does.
   api.easy_setopt(curl, CURLOPT_LOW_SPEED_TIME, static_cast<long>(set.recv_timeout));
+  // The library's convention: a negative time-out counts microseconds.
+  idle_limit_ms_ = set.recv_timeout > 0 ? set.recv_timeout * 1000LL
+                   : set.recv_timeout < 0 ? std::max(1LL, -set.recv_timeout / 1000LL)
+                                          : 0;
   api.easy_setopt(curl, CURLOPT_FORBID_REUSE, set.keep_alive ? 0L : 1L);
   api.easy_setopt(curl, CURLOPT_ACCEPT_ENCODING, set.compress ? "gzip, deflate" : nullptr);
   api.easy_setopt(curl, CURLOPT_PROXY, set.proxy.c_str());

@@ -95,6 +95,8 @@ class CurlTransport : public Transport {
   bool recv_paused_ = false;
   bool dime_reply_ = false;  // attachments are not bound by the XML's limit
   unsigned long long reply_seen_ = 0;
+  unsigned long long moved_ = 0;  // grows with every byte or event, for the time-out
+  long long idle_limit_ms_ = 0;   // nothing moving for this long ends the call
 
   CURL* curl_ = nullptr;  // made on first use: start-up never pays for libcurl
   TransportSettings settings_;

@@ -220,8 +220,9 @@ def attachment_checks(lexctl, cwd, check):
 def later_call_checks(lexctl, cwd, check):
     """What one call leaves behind does not reach the next: after a reply that
     failed halfway (300 kB of junk on a connection left open) the next call
-    takes a new connection, and a new time-out holds from the next call on."""
-    replies = []  # what each request gets in turn; None: silence
+    takes a new connection, and a new time-out holds from the next call on,
+    also against a reply that comes too late."""
+    replies = []  # what each request gets in turn; (seconds, body): late
 
     def serve_in_turn(conn):
         # Requests are answered in turn on whichever connection they come:
@@ -229,6 +230,9 @@ def later_call_checks(lexctl, cwd, check):
         try:
             while read_request(conn) is not None:  # held open until the client leaves, or for 10 s
                 body = replies.pop(0) if replies else None
+                if isinstance(body, tuple):
+                    time.sleep(body[0])
+                    body = body[1]
                 if body is not None:
                     conn.sendall(b"HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: %d\r\n\r\n"
                                  % len(body) + body)
@@ -245,7 +249,7 @@ def later_call_checks(lexctl, cwd, check):
         bad, nxt = out.split("NEXT")
         check("FAILED" in bad and "OK." in nxt and "FAILED" not in nxt,
               f"half-read {layer}: the call after a half-read reply failed:\n{out[-1500:]}")
-        replies[:] = [ENVELOPE, None]
+        replies[:] = [ENVELOPE, (5, ENVELOPE)]
         out = run(lexctl, cwd, [f"setopt commslayer {layer}", *start, "setopt keepalive false", good, "setopt timeout 2", "@echo NEXT",
                                 "test -string late"]).stdout
         first, nxt = out.split("NEXT")
