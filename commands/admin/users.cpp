@@ -1,5 +1,7 @@
 #include "commands/admin/users.h"
 
+#include <strings.h>
+
 #include <string>
 #include <vector>
 
@@ -149,9 +151,16 @@ std::vector<std::string> NewIpList(ExecThread& thread, const UserEdits& edits,
     who.item.push_back(id);
     std::string lang = fetch.data().uilang;
     auto got = fetch.Call(soap_call_nv__GetUser, lang.empty() ? nullptr : &lang, nullptr, &who);
-    if (got.users && !got.users->item.empty() && got.users->item[0].iprestrict) {
-      ips = got.users->item[0].iprestrict->item;
+    // The list sent replaces the user's: one built from no user, or from
+    // someone else's, would silently drop restrictions.
+    const nv__User* user = nullptr;
+    if (got.users) {
+      for (const nv__User& u : got.users->item) {
+        if (u.userid && strcasecmp(u.userid->c_str(), id.c_str()) == 0) user = &u;
+      }
     }
+    if (!user) throw Exception("The server's reply does not hold user " + id + "; its address list is left as it is");
+    if (user->iprestrict) ips = user->iprestrict->item;
   }
   return ApplyIpEdits(ips, edits.ip_edits);
 }

@@ -228,7 +228,8 @@ def hostile(marker, value=HOSTILE):
 
 
 def hostile_replies(lexctl3, lexsim, layer, check):
-    """Every field of a hostile reply, one at a time and all at once."""
+    """Every field of a hostile reply, one at a time and all at once; a
+    GetUser reply naming someone else makes no address edit."""
     with tempfile.TemporaryDirectory() as cwd, Lexsim(lexsim, cwd=cwd) as sim:
         relay = Relay(sim.port)
         out = run(lexctl3, cwd, sim.server, layer, HOSTILE_SETUP)
@@ -256,6 +257,13 @@ def hostile_replies(lexctl3, lexsim, layer, check):
                   and not written, f"{field}: not refused (status {status}, files {written}):\n{out}")
             for path in written:
                 os.remove(path)
+        # An address edit is sent only as an edit of that user's own list.
+        relay.rewrite = {"<userid>hmuser<": "<userid>hmother<"}
+        relay.records.clear()
+        out = run(lexctl3, cwd, relay.server, layer, "uupdate hmuser -userIpAdd 9.9.9.9")
+        sent = [record["operation"] for record in relay.records]
+        check("FAILED: The server's reply does not hold user hmuser" in out and "UpdateUser" not in sent,
+              f"-userIpAdd applied to another user's list (sent {sent}):\n{out}")
         # A user id that names a folder gives a file name in the current one.
         relay.rewrite = {}
         out = run(lexctl3, cwd, relay.server, layer, "ucreate ../up -userPass pw\nudump ../up")
