@@ -266,6 +266,17 @@ void UseTls(struct soap* soap, Sockets& sockets, const TransportSettings& settin
                               nullptr)) {
     const char** detail = soap_faultdetail(soap);
     ConsoleOut("Failed to initialize SSL: %s\n", detail && *detail ? *detail : "[no detail]");
+    return;
+  }
+  // The key and an unreadable CA setting are taken up on connecting (see
+  // LoadClientKey); a file that cannot be read is said now, as the context
+  // is built.
+  int key_problem = sockets.key_file.empty() ? 0 : FileReadError(sockets.key_file.c_str());
+  if (!sockets.ca_problem.empty()) {
+    ConsoleOut("Failed to initialize SSL: %s\n", sockets.ca_problem.c_str());
+  } else if (key_problem) {
+    ConsoleOut("Failed to initialize SSL: cannot read key file %s (%s)\n", sockets.key_file.c_str(),
+               strerror(key_problem));
   }
 }
 

@@ -210,12 +210,14 @@ def good_only(lexctl, cwd, port, layer, check):
           f"good {layer}: no cacert.pem: {full_mode_failure(out)!r}")
     # gSOAP's "none" checks nothing, so it needs no CA.
     refused = dict(STRICT_ONLY_CA, none=layer == "gsoap")
-    # A CA file or folder that is set but cannot be read is named in the failure line.
+    # A CA file or folder that is set but cannot be read is named in the
+    # failure line, and on the gsoap layer as its context is built.
     for setting, named in (("sslcafile nosuch.pem", "CA file nosuch.pem"), ("sslcadir nosuch.d", "CA folder nosuch.d")):
         got, out = run_modes(lexctl, cwd, url, layer, [f"setopt {setting}"])
         line = f"FAILED: SOAP_SSL_ERROR (30): cannot read {named} (No such file or directory)."
-        check(got == refused and full_mode_failure(out) == line,
-              f"good {layer}: unreadable {named}: {got} {full_mode_failure(out)!r}")
+        said = f"\nFailed to initialize SSL: cannot read {named} (No such file or directory)\n" in out
+        check(got == refused and full_mode_failure(out) == line and said == (layer == "gsoap"),
+              f"good {layer}: unreadable {named}: {got} {full_mode_failure(out)!r}, context line {said}")
     # A hashed CA directory instead of a file: the right CA is found there,
     # and a folder with another CA trusts nothing.
     trusting, _ = run_modes(lexctl, cwd, url, layer, ["setopt sslcadir cadir"])
