@@ -77,14 +77,15 @@ void PrintAltWords(ExecThread& thread, const nv__StringArray* words, const char*
   ThreadPrint(thread, "%s  Alternate Words:\n", indent);
   const std::string continuation(46, ' ');
   for (const std::string& word : words->item) {
-    int group, number, did, used = 0;
-    if (sscanf(word.c_str(), "%d %d %d %n", &group, &number, &did, &used) != 3 || used == 0) {
+    // Wide enough that no number a server sends overflows the scan.
+    long long group, number, did;
+    int used = 0;
+    if (sscanf(word.c_str(), "%lld %lld %lld %n", &group, &number, &did, &used) != 3 || used == 0) {
       ThreadPrint(thread, "%s    invalid alternate word: %s\n", indent, word.c_str());
       continue;
     }
     char head[128];
-    snprintf(head, sizeof head, "%s    group:%3d word:%3d did:%6d text: ", indent, group, number,
-             did);
+    snprintf(head, sizeof head, "%s    group:%3lld word:%3lld did:%6lld text: ", indent, group, number, did);
     PrintWrapped(thread, std::string_view(word).substr(used), head, continuation);
   }
 }
