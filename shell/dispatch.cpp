@@ -294,7 +294,8 @@ void CmdHelp(ExecThread& thread, ArgVector& args) {
     if (args.empty()) {
       ShowCommandHelp(thread, nullptr);
     } else {
-      const CommandRecord* row = FindCommand(args[0]);
+      // As in dispatch, options are not commands.
+      const CommandRecord* row = args[0][0] == '_' ? nullptr : FindCommand(args[0]);
       if (!row || !row->handler) {
         Fail(thread, "Unknown command.\n");
       } else {
