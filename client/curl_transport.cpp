@@ -41,6 +41,7 @@ struct CurlApi {
   decltype(&curl_easy_init) easy_init = nullptr;
   decltype(&curl_easy_setopt) easy_setopt = nullptr;
   decltype(&curl_easy_perform) easy_perform = nullptr;
+  decltype(&curl_easy_getinfo) easy_getinfo = nullptr;
   decltype(&curl_easy_reset) easy_reset = nullptr;
   decltype(&curl_easy_cleanup) easy_cleanup = nullptr;
   decltype(&curl_easy_strerror) easy_strerror = nullptr;
@@ -75,6 +76,7 @@ const CurlApi& Curl() {
     loaded.loaded = bind(loaded.global_init, "curl_global_init") && bind(loaded.easy_init, "curl_easy_init") &&
                     bind(loaded.easy_setopt, "curl_easy_setopt") &&
                     bind(loaded.easy_perform, "curl_easy_perform") &&
+                    bind(loaded.easy_getinfo, "curl_easy_getinfo") &&
                     bind(loaded.easy_reset, "curl_easy_reset") &&
                     bind(loaded.easy_cleanup, "curl_easy_cleanup") &&
                     bind(loaded.easy_strerror, "curl_easy_strerror") &&
@@ -448,7 +450,13 @@ void CurlTransport::Drive(Done done) {
     }
     if (finished_ || done()) break;
     int wait_ms = 1000;
+    // Connecting has a time-out of its own.
+    curl_off_t connected = 0, sent = 0;
     if (idle_limit_ms_ > 0) {
+      api.easy_getinfo(curl_, CURLINFO_PRETRANSFER_TIME_T, &connected);
+      api.easy_getinfo(curl_, CURLINFO_SIZE_UPLOAD_T, &sent);
+    }
+    if (connected > 0 || sent > 0) {
       // libcurl's low-speed rule averages over seconds that include the
       // request going out, so a silent server would get several time-outs'
       // worth: the time-out is also a bound on a wait with nothing moving
