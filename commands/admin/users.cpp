@@ -91,20 +91,24 @@ namespace {
   "end. Local times are converted with the -timezone select key, else the current\n" \
   "user's zone, never with -userZone.\n"
 
+#define USER_LIST_HELP "    -list       Show the engines as a list.\n"
 #define USER_DETAIL_HELP \
   "    -all        Ask for all details (engines dic engineprop profiles propdef\n" \
-  "                limits userprop).\n" \
-  "    -list       Show the engines as a list.\n"
+  "                limits userprop).\n" USER_LIST_HELP
+// ucreate and uupdate ask for the user record too.
+#define USER_UPDATE_DETAIL_HELP \
+  "    -all        Ask for all details (user engines dic engineprop profiles\n" \
+  "                propdef limits userprop).\n" USER_LIST_HELP
 
 constexpr char kUcreateUsage[] =
     "Usage: ucreate [USERID+] [-template USERID] [options]\n\n" LEXCTL_COMMON_OPTION_HELP
     "    -template   Copy the settings of this user into the new users.\n"
     "    -alldic     Share all of the template user's dictionaries with the new\n"
-    "                users; otherwise no user-created dictionary is shared.\n" USER_DETAIL_HELP
+    "                users; otherwise no user-created dictionary is shared.\n" USER_UPDATE_DETAIL_HELP
         USER_OPTION_HELP;
 
 constexpr char kUupdateUsage[] =
-    "Usage: uupdate [USERID+] [options]\n\n" LEXCTL_COMMON_OPTION_HELP USER_DETAIL_HELP
+    "Usage: uupdate [USERID+] [options]\n\n" LEXCTL_COMMON_OPTION_HELP USER_UPDATE_DETAIL_HELP
         USER_OPTION_HELP
     "\nUSERID may hold \"*\" wildcards ('mygroup/f*'). Without USERID the current\n"
     "user is updated; without any update option the user details are retrieved.\n";
