@@ -438,6 +438,7 @@ void CurlTransport::Drive(Done done) {
   using Clock = std::chrono::steady_clock;
   Clock::time_point idle_since{};
   unsigned long long moved = 0;
+  bool going = false;  // the request has begun to go out
   while (!finished_ && !done()) {
     int running = 0;
     api.multi_perform(multi_, &running);
@@ -451,12 +452,13 @@ void CurlTransport::Drive(Done done) {
     if (finished_ || done()) break;
     int wait_ms = 1000;
     // Connecting has a time-out of its own.
-    curl_off_t connected = 0, sent = 0;
-    if (idle_limit_ms_ > 0) {
+    if (!going && idle_limit_ms_ > 0) {
+      curl_off_t connected = 0, sent = 0;
       api.easy_getinfo(curl_, CURLINFO_PRETRANSFER_TIME_T, &connected);
       api.easy_getinfo(curl_, CURLINFO_SIZE_UPLOAD_T, &sent);
+      going = connected > 0 || sent > 0;
     }
-    if (connected > 0 || sent > 0) {
+    if (going) {
       // libcurl's low-speed rule averages over seconds that include the
       // request going out, so a silent server would get several time-outs'
       // worth: the time-out is also a bound on a wait with nothing moving
@@ -470,10 +472,8 @@ void CurlTransport::Drive(Done done) {
       if (idle_ms >= idle_limit_ms_) {
         finished_ = true;
         result_ = CURLE_OPERATION_TIMEDOUT;
-        // Silence is the slowest trickle: the same words as libcurl's.
-        snprintf(error_text_, sizeof error_text_,
-                 "Operation too slow. Less than %ld bytes/sec transferred the last %lld seconds", kLowSpeedLimit,
-                 (idle_limit_ms_ + 999) / 1000);
+        // Silence is the slowest trickle.
+        snprintf(error_text_, sizeof error_text_, "%s", TooSlowMessage((idle_limit_ms_ + 999) / 1000).c_str());
         break;
       }
       wait_ms = static_cast<int>(std::min<long long>(wait_ms, idle_limit_ms_ - idle_ms));

@@ -151,10 +151,7 @@ size_t RecvMetered(struct soap* soap, char* data, size_t size) {
   if (sockets->window_start == std::chrono::steady_clock::time_point{}) sockets->window_start = now;
   if (now - sockets->window_start < std::chrono::seconds(timeout)) return n;
   if (sockets->window_bytes < static_cast<size_t>(kLowSpeedLimit) * timeout) {
-    char text[120];
-    snprintf(text, sizeof(text), "Operation too slow. Less than %ld bytes/sec transferred the last %d seconds",
-             kLowSpeedLimit, timeout);
-    soap_set_receiver_error(soap, soap_strdup(soap, text), nullptr, SOAP_EOF);
+    soap_set_receiver_error(soap, soap_strdup(soap, TooSlowMessage(timeout).c_str()), nullptr, SOAP_EOF);
     soap->errnum = 0;
     return 0;
   }

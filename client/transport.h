@@ -17,6 +17,12 @@ struct TransportSettings;
 /// a command; a stalled one ends at the time-out itself.
 inline constexpr long kLowSpeedLimit = 10;
 
+/// How every layer reports a reply given up under that rule (libcurl's words).
+inline std::string TooSlowMessage(long long seconds) {
+  return "Operation too slow. Less than " + std::to_string(kLowSpeedLimit) + " bytes/sec transferred the last " +
+         std::to_string(seconds) + " seconds";
+}
+
 class Transport {
  public:
   virtual ~Transport() = default;

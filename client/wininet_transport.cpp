@@ -77,11 +77,6 @@ std::string ErrorText(DWORD error) {
   }
 }
 
-std::string TooSlow(int seconds) {
-  return "Operation too slow. Less than " + std::to_string(kLowSpeedLimit) + " bytes/sec transferred the last " +
-         std::to_string(seconds) + " seconds";
-}
-
 int ErrorStatus(DWORD error) {
   switch (error) {
     case ERROR_INTERNET_INVALID_CA:
@@ -455,7 +450,7 @@ int WinInetTransport::Perform(struct soap* soap) {
   // A reply that never came within the time-out falls under the low-speed
   // rule, as on the libcurl layer.
   if (sent && (error_code_ == ERROR_INTERNET_TIMEOUT || error_code_ == WSAETIMEDOUT) && soap->recv_timeout > 0) {
-    error_ = TooSlow(soap->recv_timeout);
+    error_ = TooSlowMessage(soap->recv_timeout);
   }
   if (nothing) {
     ok = false;
@@ -564,7 +559,7 @@ bool WinInetTransport::ReadReply(struct soap* soap) {
     if (now - window_start < std::chrono::seconds(window)) continue;
     if (window_bytes < static_cast<size_t>(kLowSpeedLimit) * window) {
       error_code_ = ERROR_INTERNET_TIMEOUT;
-      error_ = TooSlow(window);
+      error_ = TooSlowMessage(window);
       return false;
     }
     window_start = now;
